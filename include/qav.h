@@ -1,14 +1,14 @@
 /** @file qav.h
  *
  *  qav: MPEG audio in memory. The library encodes 16-bit PCM into MPEG-1 Layer II, decodes Layer I and II of MPEG-1 and
- *  of the MPEG-2 low sampling frequencies, and converts sampling rates. It is handed blocks of bytes and hands blocks of
- *  bytes back: it opens no files, starts no threads, keeps no global mutable state and prints nothing.
+ *  of the MPEG-2 low sampling frequencies, and converts sampling rates. It is handed blocks of bytes and hands blocks
+ *  of bytes back: it opens no files, starts no threads, keeps no global mutable state and prints nothing.
  *
  *  Two ways in
  *  -----------
  *  - The converter (QAV_*): one handle, configured once with numbered items, then fed blocks of any size. Start here.
- *  - The parts it is built of: one frame in, one frame out (zo_mpeg_*), and headers, check words, buffering, resampling,
- *    the real FFT and the psychoacoustic model (NEB_*, neb_*).
+ *  - The parts it is built of: one frame in, one frame out (zo_mpeg_*), and headers, check words, buffering,
+ *    resampling, the real FFT and the psychoacoustic model (NEB_*, neb_*).
  *
  *  A complete program: standard input, an MPEG stream; standard output, 16-bit PCM.
  *
@@ -37,16 +37,17 @@
  *
  *  Conventions
  *  -----------
- *  - PCM is signed 16-bit in host byte order; stereo is interleaved, channel 0 (left) first. A sample frame is one sample
- *    per channel. A name says what it counts: `...Bytes` bytes, `...Frames` or `frames` sample frames, `...Hz` hertz.
+ *  - PCM is signed 16-bit in host byte order; stereo is interleaved, channel 0 (left) first. A sample frame is one
+ *    sample per channel. A name says what it counts: `...Bytes` bytes, `...Frames` or `frames` sample frames, `...Hz`
+ *    hertz.
  *  - Ownership: an Init or create function allocates one object and stores it through its first argument; the matching
  *    Term or delete function takes the object itself and frees everything it owns. Input is only read; output memory is
  *    the caller's. Nothing else is allocated: no function that works on a frame or a block allocates.
  *  - Threads: one object belongs to one thread at a time; different objects may be used on different threads at once.
  *  - Failures are results, never messages. Unless a function says otherwise, output arguments keep their value when it
  *    fails.
- *  - Every byte string is a valid stream for the decoding functions: damage is reported by a result, and nothing is read
- *    or written outside the memory handed in.
+ *  - Every byte string is a valid stream for the decoding functions: damage is reported by a result, and nothing is
+ *    read or written outside the memory handed in.
  *  - "Not null" in a description is a duty of the caller; where null is allowed, that is said.
  */
 #ifndef QAV_H
@@ -71,9 +72,9 @@ extern "C" {
 #define QAV_VERSION_MINOR 0
 #define QAV_VERSION_PATCH 3
 #define QAV_VERSION_BUILD 3
-#define QAV_VERSION                                                                             \
-  (((uint32_t)QAV_VERSION_MAJOR << 24) | ((uint32_t)QAV_VERSION_MINOR << 16) |                  \
-   ((uint32_t)QAV_VERSION_PATCH << 8) | (uint32_t)QAV_VERSION_BUILD)
+#define QAV_VERSION                                                                                                 \
+  (((uint32_t)QAV_VERSION_MAJOR << 24) | ((uint32_t)QAV_VERSION_MINOR << 16) | ((uint32_t)QAV_VERSION_PATCH << 8) | \
+   (uint32_t)QAV_VERSION_BUILD)
 
 /** The longest frame that is ever encoded or accepted, in bytes: Layer II, 384 kbit/s at 32000 Hz, with padding. */
 #define QAV_MAX_FRAME_BYTES 1729
@@ -87,14 +88,14 @@ extern "C" {
 /** Bytes the encoder may write beyond the last byte of a frame. */
 #define QAV_ENCODE_SLACK_BYTES 3
 
-/** Output bytes that suffice for one decoding QAV_convert() call of `inBytes` bytes: the shortest frame is 32 bytes, and
- *  one more frame may be completed from bytes of earlier calls. */
+/** Output bytes that suffice for one decoding QAV_convert() call of `inBytes` bytes: the shortest frame is 32 bytes,
+ *  and one more frame may be completed from bytes of earlier calls. */
 #define QAV_DECODE_OUT_BYTES(inBytes) (((inBytes) / 32u + 1u) * QAV_MAX_FRAME_PCM_BYTES)
 
-/** Output bytes that suffice for one encoding QAV_convert() call of `inBytes` bytes of PCM (bytes of samples after 8-bit
- *  input has been widened) from `inFreqHz` to `outFreqHz`, mono or stereo. */
-#define QAV_ENCODE_OUT_BYTES(inBytes, inFreqHz, outFreqHz)                                                     \
-  ((uint32_t)(((uint64_t)(inBytes) * (outFreqHz) / (inFreqHz) / 2304u + 3u) * (QAV_MAX_FRAME_BYTES)) +         \
+/** Output bytes that suffice for one encoding QAV_convert() call of `inBytes` bytes of PCM (bytes of samples after
+ *  8-bit input has been widened) from `inFreqHz` to `outFreqHz`, mono or stereo. */
+#define QAV_ENCODE_OUT_BYTES(inBytes, inFreqHz, outFreqHz)                                             \
+  ((uint32_t)(((uint64_t)(inBytes) * (outFreqHz) / (inFreqHz) / 2304u + 3u) * (QAV_MAX_FRAME_BYTES)) + \
    QAV_ENCODE_SLACK_BYTES)
 
 /* ------------------------------------------------------------------------------------------------------- types ---- */
@@ -123,24 +124,24 @@ typedef struct AllocEntry {
 
 /** A frame header (ISO/IEC 11172-3 clause 2.4.1.3) and what follows from it. */
 typedef struct FrameParams {
-  int32_t id;            /**< 1: MPEG-1; 0: MPEG-2 low sampling frequencies */
-  int32_t layer;         /**< 1 or 2; 0 before the first header */
-  int32_t protection;    /**< 1: a 16-bit check word follows the header (the wire bit is the opposite) */
-  int32_t bitrateIndex;  /**< 1 .. 14 */
-  int32_t samplingIndex; /**< 0 .. 2: 44100, 48000, 32000 Hz (MPEG-1) or 22050, 24000, 16000 Hz */
-  int32_t padding;       /**< 1: the frame is one slot longer */
-  int32_t privateBit;    /**< 0 or 1, free for private use */
-  int32_t mode;          /**< 0 stereo, 1 joint stereo, 2 dual channel, 3 single channel */
-  int32_t modeExt;       /**< 0 .. 3: joint stereo begins at subband 4, 8, 12, 16 */
-  int32_t copyright;     /**< 0 or 1 */
-  int32_t original;      /**< 1: original; 0: copy */
-  int32_t emphasis;      /**< 0 none, 1 50/15 microseconds, 2 reserved, 3 CCITT J.17 */
+  int32_t id;                         /**< 1: MPEG-1; 0: MPEG-2 low sampling frequencies */
+  int32_t layer;                      /**< 1 or 2; 0 before the first header */
+  int32_t protection;                 /**< 1: a 16-bit check word follows the header (the wire bit is the opposite) */
+  int32_t bitrateIndex;               /**< 1 .. 14 */
+  int32_t samplingIndex;              /**< 0 .. 2: 44100, 48000, 32000 Hz (MPEG-1) or 22050, 24000, 16000 Hz */
+  int32_t padding;                    /**< 1: the frame is one slot longer */
+  int32_t privateBit;                 /**< 0 or 1, free for private use */
+  int32_t mode;                       /**< 0 stereo, 1 joint stereo, 2 dual channel, 3 single channel */
+  int32_t modeExt;                    /**< 0 .. 3: joint stereo begins at subband 4, 8, 12, 16 */
+  int32_t copyright;                  /**< 0 or 1 */
+  int32_t original;                   /**< 1: original; 0: copy */
+  int32_t emphasis;                   /**< 0 none, 1 50/15 microseconds, 2 reserved, 3 CCITT J.17 */
   const AllocEntry (*allocTable)[16]; /**< Layer II: 32 rows, one per subband; constant data of the library */
-  int32_t channels;      /**< 1 when `mode` is 3, else 2 */
-  int32_t sblimit;       /**< subbands that carry an allocation: 32 in Layer I; 8, 12, 27 or 30 in Layer II */
-  int32_t jsbound;       /**< first subband coded jointly; `sblimit` unless `mode` is 1; may exceed `sblimit` */
-  int32_t freqHz;        /**< sampling rate in Hz */
-  int32_t kbps;          /**< bitrate in kbit/s of the whole stream */
+  int32_t channels;                   /**< 1 when `mode` is 3, else 2 */
+  int32_t sblimit;                    /**< subbands with an allocation: 32 in Layer I; 8, 12, 27 or 30 in Layer II */
+  int32_t jsbound;                    /**< first subband coded jointly: `sblimit` unless `mode` is 1; may exceed it */
+  int32_t freqHz;                     /**< sampling rate in Hz */
+  int32_t kbps;                       /**< bitrate in kbit/s of the whole stream */
 } FrameParams;
 
 /** Results of the QAV_ functions. */
@@ -157,9 +158,9 @@ enum {
 
 /** Results of the decoder functions. */
 enum {
-  QAV_DECODE_OK = 0,        /**< done */
-  QAV_DECODE_NO_MEMORY = 4, /**< out of memory */
-  QAV_DECODE_REFUSED = 5,   /**< bad header, check word mismatch, or the frame's bits run out */
+  QAV_DECODE_OK = 0,         /**< done */
+  QAV_DECODE_NO_MEMORY = 4,  /**< out of memory */
+  QAV_DECODE_REFUSED = 5,    /**< bad header, check word mismatch, or the frame's bits run out */
   QAV_DECODE_INCOMPLETE = 11 /**< the frame is longer than the bytes available */
 };
 
@@ -173,12 +174,12 @@ enum {
 
 /** Values of QAV_ITEM_IN_FORMAT and QAV_ITEM_OUT_FORMAT. */
 enum {
-  QAV_FORMAT_PCM = 0,    /**< linear PCM: signed 16-bit, or unsigned 8-bit input with QAV_ITEM_INPUT_8BIT */
-  QAV_FORMAT_MPEG = 1,   /**< input: an MPEG audio stream, Layer I or II */
-  QAV_FORMAT_LAYER2 = 2  /**< output: an MPEG-1 Layer II stream */
+  QAV_FORMAT_PCM = 0,   /**< linear PCM: signed 16-bit, or unsigned 8-bit input with QAV_ITEM_INPUT_8BIT */
+  QAV_FORMAT_MPEG = 1,  /**< input: an MPEG audio stream, Layer I or II */
+  QAV_FORMAT_LAYER2 = 2 /**< output: an MPEG-1 Layer II stream */
 };
 
-/** Configuration items; "set" gives the values QAV_setConfigure() takes, all other items can only be read. Unset is 0. */
+/** Configuration items; "set" gives the values QAV_setConfigure() takes, the others can only be read. Unset is 0. */
 enum {
   QAV_ITEM_IN_FREQ_HZ = 1,  /**< set any; input sampling rate in Hz; decoding: the stream's rate once it is known */
   QAV_ITEM_OUT_FREQ_HZ = 2, /**< set any; output sampling rate in Hz; encoding: 0 means the input's */
@@ -190,12 +191,12 @@ enum {
   QAV_ITEM_COPYRIGHT = 8,   /**< set 0 or 1; header bit of the encoded frames */
   QAV_ITEM_ORIGINAL = 9,    /**< set 0 or 1; header bit of the encoded frames, 1 marks an original */
   QAV_ITEM_ERROR_PROTECTION = 10, /**< set 0 or 1; 1 writes a check word into every encoded frame */
-  QAV_ITEM_FRAME_COUNT = 11, /**< frames decoded, or calls made to the frame encoder */
+  QAV_ITEM_FRAME_COUNT = 11,      /**< frames decoded, or calls made to the frame encoder */
   QAV_ITEM_BUFFER_SIZE = 12, /**< set 1 .. 2^31 - 1; bytes one QAV_convert() call may pass; detection raises it to the
                                   minimum of the conversion */
   QAV_ITEM_INPUT_8BIT = 13,  /**< set 0 or 1; 1: input bytes are unsigned 8-bit samples, widened to 16 bits */
-  QAV_ITEM_LPF_LEVEL = 14,   /**< set 0 .. 7; low-pass filter for 8-bit input: 0 off; 1 .. 7 cut off at 0.24, 0.23, 0.22,
-                                  0.20, 0.15, 0.12, 0.10 times the input rate */
+  QAV_ITEM_LPF_LEVEL = 14,   /**< set 0 .. 7; low-pass filter for 8-bit input: 0 off; 1 .. 7 cut off at 0.24, 0.23,
+                                  0.22, 0.20, 0.15, 0.12, 0.10 times the input rate */
   QAV_ITEM_LOSSES = 15,      /**< decoding: QAV_LOSS_... chosen by the third argument of QAV_getConfigure() */
   QAV_ITEM_VERSION = 16,     /**< QAV_VERSION of the library; can be read in any state, also from a null handle */
   QAV_ITEM_BYTE_SWAP = 17    /**< set 0 or 1; 1: the encoder swaps the two bytes of every stereo input sample */
@@ -216,33 +217,33 @@ QAV_API uint32_t QAV_createHandle(QAV_Handle **out);
 /** Set one configuration item; the enum above lists the values each takes. A refused value leaves the old one.
  *
  *  Once QAV_detectConfigure() has prepared a conversion to Layer II, every call is refused until
- *  QAV_releaseConfigure(). When decoding or resampling, items can still be written after detection; leave those alone that
- *  QAV_convert() uses (8-bit input, filter level, channels, buffer size).
+ *  QAV_releaseConfigure(). When decoding or resampling, items can still be written after detection; leave those alone
+ *  that QAV_convert() uses (8-bit input, filter level, channels, buffer size).
  *
  *  @param h      the converter
  *  @param item   QAV_ITEM_...
  *  @param value  the new value
- *  @return QAV_OK; QAV_BAD_VALUE for an unknown or read-only item, a value out of range, or an encoder already prepared;
- *          QAV_NO_MEMORY for a null handle */
+ *  @return QAV_OK; QAV_BAD_VALUE for an unknown or read-only item, a value out of range, or an encoder already
+ *          prepared; QAV_NO_MEMORY for a null handle */
 QAV_API uint32_t QAV_setConfigure(QAV_Handle *h, uint32_t item, uint32_t value);
 
-/** Check the items, fill in the defaults and build what the conversion needs: PCM to Layer II encodes, MPEG to PCM decodes,
- *  PCM to PCM resamples (or copies, at equal rates).
+/** Check the items, fill in the defaults and build what the conversion needs: PCM to Layer II encodes, MPEG to PCM
+ *  decodes, PCM to PCM resamples (or copies, at equal rates).
  *
- *  Encoding takes any input rate from 1/24 to 4 times the stream's rate; two channels may use every Layer II bitrate, one
- *  channel those that are half of a listed one and listed themselves (32, 48, 56, 64, 80, 96, 112, 128, 160, 192).
+ *  Encoding takes any input rate from 1/24 to 4 times the stream's rate; two channels may use every Layer II bitrate,
+ *  one channel those that are half of a listed one and listed themselves (32, 48, 56, 64, 80, 96, 112, 128, 160, 192).
  *  Resampling takes 1 or 2 channels and input rates of 4000 to 96000 Hz. Decoding needs equal rate items, normally both
  *  unset.
  *
- *  On failure the items stay as they are, defaults that were already filled in included; call QAV_releaseConfigure() and
- *  set them afresh.
+ *  On failure the items stay as they are, defaults that were already filled in included; call QAV_releaseConfigure()
+ *  and set them afresh.
  *
  *  @param h  a converter that has not been detected since it was created or released
  *  @return QAV_OK; QAV_BAD_CONVERSION for a pair of formats that is not converted, or unequal rates when decoding;
  *          QAV_BAD_RATE when encoding from 0 Hz or to a rate other than 32000, 44100 and 48000 Hz; QAV_BAD_VALUE for
- *          channels, bitrates or rates that cannot be combined; QAV_NO_MEMORY when the area for 8-bit input could not be
- *          allocated (everything is released then); QAV_BAD_STATE for a null or already detected handle, or when a part
- *          could not be built */
+ *          channels, bitrates or rates that cannot be combined; QAV_NO_MEMORY when the area for 8-bit input could not
+ *          be allocated (everything is released then); QAV_BAD_STATE for a null or already detected handle, or when a
+ *          part could not be built */
 QAV_API uint32_t QAV_detectConfigure(QAV_Handle *h);
 
 /** Read one configuration item or counter.
@@ -256,11 +257,11 @@ QAV_API uint32_t QAV_getConfigure(QAV_Handle *h, uint32_t item, uint32_t *value,
 
 /** Convert one block; 0 bytes mark the end of the stream.
  *
- *  Blocks may be cut anywhere, inside samples and frames; the output does not depend on the cuts. (Resampling alone needs
- *  whole sample frames: bytes beyond the last whole one are dropped.)
+ *  Blocks may be cut anywhere, inside samples and frames; the output does not depend on the cuts. (Resampling alone
+ *  needs whole sample frames: bytes beyond the last whole one are dropped.)
  *
- *  - Encoding: every complete run of 1152 sample frames becomes one frame. The end call encodes what is left, padded with
- *    silence. The last 481 sample frames only come out of a decoder when silence is fed behind them.
+ *  - Encoding: every complete run of 1152 sample frames becomes one frame. The end call encodes what is left, padded
+ *    with silence. The last 481 sample frames only come out of a decoder when silence is fed behind them.
  *  - Decoding: every complete frame becomes PCM. Bytes between frames and frames that cannot be decoded are passed over
  *    and counted (QAV_ITEM_LOSSES); the hunt for the next frame wants the first frame's bitrate and sampling rate. The
  *    end call drops an incomplete frame.
@@ -274,9 +275,9 @@ QAV_API uint32_t QAV_getConfigure(QAV_Handle *h, uint32_t item, uint32_t *value,
  *  @param out       room for what the block can yield: QAV_DECODE_OUT_BYTES(), QAV_ENCODE_OUT_BYTES(); resampling, one
  *                   sample frame more than the ratio gives; aligned for int16_t unless it receives a Layer II stream
  *  @param outBytes  receives the number of bytes written to `out`; untouched when the result is QAV_TOO_LONG
- *  @return QAV_OK, also when damaged input was passed over; QAV_TOO_LONG; QAV_BAD_STATE for a null or undetected handle or
- *          an inner failure; QAV_ENDED for a second short block when encoding. After QAV_BAD_STATE and QAV_ENDED from the
- *          encoder `*outBytes` counts the frames completed before */
+ *  @return QAV_OK, also when damaged input was passed over; QAV_TOO_LONG; QAV_BAD_STATE for a null or undetected handle
+ *          or an inner failure; QAV_ENDED for a second short block when encoding. After QAV_BAD_STATE and QAV_ENDED
+ *          from the encoder `*outBytes` counts the frames completed before */
 QAV_API uint32_t QAV_convert(QAV_Handle *h, const uint8_t *in, uint32_t inBytes, uint8_t *out, uint32_t *outBytes);
 
 /** Release everything the converter built and unset every item: the handle is as freshly created.
@@ -315,8 +316,8 @@ QAV_API uint32_t zo_mpeg_Decode1FrameTerm(DecoderSession *s);
  *                    QAV_MAX_FRAME_PCM_BYTES always suffices
  *  @param outBytes   receives the bytes written: 768 or 2304 times the channels; 0 on failure
  *  @param consumed   receives the frame's length, also when it was refused for what follows its header; else 0
- *  @return QAV_DECODE_OK; QAV_DECODE_REFUSED: bad header, check word mismatch (the session is as if the frame had not been
- *          offered), or the frame's bits run out (`out` and the session have advanced by the granules before);
+ *  @return QAV_DECODE_OK; QAV_DECODE_REFUSED: bad header, check word mismatch (the session is as if the frame had not
+ *          been offered), or the frame's bits run out (`out` and the session have advanced by the granules before);
  *          QAV_DECODE_INCOMPLETE: the frame is longer than `available`, or fewer than 4 bytes were given */
 QAV_API uint32_t zo_mpeg_Decode1Frame(DecoderSession *s, const uint8_t *data, uint32_t available, int16_t *out,
                                       uint32_t *outBytes, uint32_t *consumed);
@@ -337,8 +338,8 @@ QAV_API uint32_t zo_mpeg_Decode1FrameWithoutHeader(DecoderSession *s, const uint
 /** Parse a frame header into the session (ISO/IEC 11172-3 clause 2.4.1.3, ISO/IEC 13818-3 clause 2.4.1).
  *
  *  Refused: a sync word other than 0xFFF, Layer III and the reserved layer, free format and bitrate index 15, sampling
- *  index 3. A refused header may leave some of its fields in the session; rate, bitrate, channels and what is derived from
- *  them stay those of the last accepted header.
+ *  index 3. A refused header may leave some of its fields in the session; rate, bitrate, channels and what is derived
+ *  from them stay those of the last accepted header.
  *
  *  @param header   4 bytes
  *  @param session  receives the header
@@ -356,7 +357,8 @@ QAV_API uint32_t NEB_mpeg_getKbps(const DecoderSession *s);
 
 /** Derive `sblimit`, `jsbound` and, for Layer II, `allocTable` (ISO/IEC 11172-3 Table B.2, ISO/IEC 13818-3 Table B.1).
  *
- *  @param fp  with `layer`, `id`, `freqHz`, `kbps`, `channels`, `mode` and `modeExt` set; Layer I leaves `allocTable` */
+ *  @param fp  with `layer`, `id`, `freqHz`, `kbps`, `channels`, `mode` and `modeExt` set; Layer I leaves
+ *             `allocTable` */
 QAV_API void neb_hdr_to_frps(FrameParams *fp);
 
 /** Compute the check word of a Layer I frame (ISO/IEC 11172-3 clause 2.4.3.1).
@@ -383,8 +385,8 @@ QAV_API void neb_II_CRC_calc(const FrameParams *fp, const uint32_t allocation[2]
  *  @param samplingRateHz  32000, 44100 or 48000
  *  @param bitrateKbps     32, 48, 56, 64, 80, 96, 112, 128, 160, 192, 224, 256, 320 or 384, for all channels together
  *  @param channels        1 or 2
- *  @param options         five words: emphasis 0 .. 3; copyright 0 or 1; original 0 or 1; not 0 writes check words; not 0
- *                         swaps the bytes of stereo input samples. Null: 0, 0, 0, check words, no swap
+ *  @param options         five words: emphasis 0 .. 3; copyright 0 or 1; original 0 or 1; not 0 writes check words; not
+ *                         0 swaps the bytes of stereo input samples. Null: 0, 0, 0, check words, no swap
  *  @return QAV_ENCODE_OK; QAV_ENCODE_BAD_RATE; QAV_ENCODE_BAD_BITRATE; QAV_ENCODE_NO_MEMORY */
 QAV_API uint32_t zo_mpeg_Encode1FrameInit(EncoderSession **session, uint32_t samplingRateHz, uint32_t bitrateKbps,
                                           uint32_t channels, const uint32_t *options);
@@ -419,8 +421,8 @@ QAV_API int32_t zo_mpeg_Encode1Frame(EncoderSession *session, const int16_t *pcm
 QAV_API int32_t NEB_freqChangeInit(FreqChangeState **out, uint32_t inFreqHz, uint32_t outFreqHz, uint32_t channels,
                                    uint32_t totalFrames);
 
-/** Convert one block. The output does not depend on how a stream is cut into blocks; an output frame appears as soon as the
- *  two input frames around it are known.
+/** Convert one block. The output does not depend on how a stream is cut into blocks; an output frame appears as soon as
+ *  the two input frames around it are known.
  *
  *  @param s          the state of the stream
  *  @param in         `frames` sample frames, aligned for int16_t; not read when `frames` is 0
@@ -449,8 +451,8 @@ QAV_API int32_t NEB_bufferingInit(ByteFifo **out, uint32_t capacity);
  *  @return 0; 1 when the block is longer than the capacity, or could not be kept at the unlock: nothing is locked */
 QAV_API int32_t NEB_bufferingLock(ByteFifo *f, const uint8_t *data, uint32_t len);
 
-/** Take up to `n` bytes from the front as one contiguous unit: in place where it lies whole in the block or in the queue,
- *  otherwise assembled in the queue's memory.
+/** Take up to `n` bytes from the front as one contiguous unit: in place where it lies whole in the block or in the
+ *  queue, otherwise assembled in the queue's memory.
  *
  *  @param f     the queue
  *  @param n     bytes wanted
@@ -471,14 +473,14 @@ QAV_API int32_t NEB_bufferingTerm(ByteFifo *f);
 
 /** Forward Fourier transform of real data, in place, single precision, not scaled.
  *
- *  With R[k] = sum of a[j] cos(2 pi j k / n) and I[k] = sum of a[j] sin(2 pi j k / n) over j = 0 .. n - 1, the result is
- *  a[2k] = R[k] and a[2k + 1] = I[k] for 0 < k < n/2, a[0] = R[0], a[1] = R[n/2]. Mind the sign of I.
+ *  With R[k] = sum of a[j] cos(2 pi j k / n) and I[k] = sum of a[j] sin(2 pi j k / n) over j = 0 .. n - 1, the result
+ *  is a[2k] = R[k] and a[2k + 1] = I[k] for 0 < k < n/2, a[0] = R[0], a[1] = R[n/2]. Mind the sign of I.
  *
  *  @param n     length, a power of two, at least 4
  *  @param isgn  not negative: transform; negative: only build the tables, `a` is left alone
  *  @param a     n values
- *  @param ip    work area of 2 + sqrt(n/2) integers (rounded down to a power of two: 18 for n = 1024); ip[0] and ip[1] must
- *               be 0 before the first call
+ *  @param ip    work area of 2 + sqrt(n/2) integers (rounded down to a power of two: 18 for n = 1024); ip[0] and ip[1]
+ *               must be 0 before the first call
  *  @param w     table of n/2 values, built at the first call and whenever n grows; kept by the caller with `ip` */
 QAV_API void neb_rdft(int32_t n, int32_t isgn, float *a, int32_t *ip, float *w);
 
