@@ -414,7 +414,7 @@ QAV_API int32_t zo_mpeg_Encode1Frame(EncoderSession *session, const int16_t *pcm
  *
  *  @param out          receives the state, owned by the caller until NEB_freqChangeTerm(); null on failure
  *  @param inFreqHz     input rate in Hz
- *  @param outFreqHz    output rate in Hz
+ *  @param outFreqHz    output rate in Hz; nothing comes out when a rate is 0
  *  @param channels     2: interleaved stereo; any other value: one channel
  *  @param totalFrames  sample frames of the whole stream, so that its last one is put out too; 0: unknown
  *  @return 0; 1 out of memory */
