@@ -7,7 +7,6 @@ import pathlib
 import subprocess
 import sys
 
-FOLDERS = ("base", "format", "psycho", "stream", "decoder", "encoder", "converter", "tools", "tests", "bench", "fuzz")
 PUBLIC = {"qav.h": (("c", "c99"), ("c", "c11"), ("c++", "c++11"), ("c++", "c++20")),
           "qav.hpp": (("c++", "c++11"), ("c++", "c++20"))}
 
@@ -25,13 +24,14 @@ def main():
     parser = argparse.ArgumentParser(description=__doc__)
     parser.add_argument("--cc", required=True)
     parser.add_argument("--cxx", required=True)
+    parser.add_argument("folders", nargs="+", type=pathlib.Path)
     args = parser.parse_args()
     root = pathlib.Path(__file__).resolve().parents[2]
 
     jobs = [(args.cc if language == "c" else args.cxx, language, standard, name, root / "include")
             for name, standards in PUBLIC.items() for language, standard in standards]
     jobs += [(args.cxx, "c++", "c++20", path.relative_to(root), root)
-             for folder in FOLDERS for path in sorted((root / folder).rglob("*.h"))]
+             for folder in args.folders for path in sorted((root / folder).rglob("*.h"))]
     with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
         complaints = list(filter(None, pool.map(lambda job: compile_alone(*job), jobs)))
     print("\n".join(complaints), f"{len(jobs)} compiled, {len(complaints)} refused", sep="\n")
