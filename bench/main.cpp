@@ -83,7 +83,7 @@ std::string cpuModel() {
   return "unknown";
 }
 
-double rounded(double value, double step) { return std::round(value / step) * step; }
+double rounded(double value, double perUnit) { return std::round(value * perUnit) / perUnit; }
 
 bool writeJson(const char *path) {
   nlohmann::ordered_json report;
@@ -91,13 +91,13 @@ bool writeJson(const char *path) {
   for (const Figure &figure : figures()) units.push_back(figure.unitNs);
   report["cpu"] = cpuModel();
   report["variant"] = cpuLevelName(detectCpuLevel());
-  report["F_ns"] = units.empty() ? 0.0 : rounded(median(units), 0.1);
+  report["F_ns"] = units.empty() ? 0.0 : rounded(median(units), 10.0);
   report["results"] = nlohmann::ordered_json::array();
   for (const Figure &figure : figures())
     report["results"].push_back({{"name", figure.name},
                                  {"variant", figure.variant},
-                                 {"ns", rounded(figure.ns, 0.1)},
-                                 {"F", rounded(figure.f, 0.001)}});
+                                 {"ns", rounded(figure.ns, 10.0)},
+                                 {"F", rounded(figure.f, 1000.0)}});
   std::ofstream out(path);
   out << report.dump(2) << '\n';
   return bool(out.flush());
