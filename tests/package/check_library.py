@@ -91,7 +91,8 @@ def main():
                      "imports": lambda: check_imports(args.library),
                      "constant": lambda: check_constant(args.library, args.objects),
                      "fused": lambda: check_fused(args.objects)}[args.check]())
-    print("\n".join(faults))
+    for fault in faults:
+        print(fault)
     sys.exit(1 if faults else 0)
 
 
