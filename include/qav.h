@@ -476,7 +476,7 @@ QAV_API int32_t NEB_bufferingTerm(ByteFifo *f);
  *  With R[k] = sum of a[j] cos(2 pi j k / n) and I[k] = sum of a[j] sin(2 pi j k / n) over j = 0 .. n - 1, the result
  *  is a[2k] = R[k] and a[2k + 1] = I[k] for 0 < k < n/2, a[0] = R[0], a[1] = R[n/2]. Mind the sign of I.
  *
- *  @param n     length, a power of two, at least 4
+ *  @param n     length, a power of two, at least 4; otherwise nothing is done
  *  @param isgn  not negative: transform; negative: only build the tables, `a` is left alone
  *  @param a     n values
  *  @param ip    work area of 2 + sqrt(n/2) integers (rounded down to a power of two: 18 for n = 1024); ip[0] and ip[1]

@@ -1,0 +1,84 @@
+// Set-up of psychoacoustic model 2 (ISO/IEC 11172-3 Annex D.2): everything that depends on the sampling rate alone.
+#include <algorithm>
+#include <cmath>
+#include <cstdlib>
+
+#include "base/exact_math.h"
+#include "psycho/psycho_state.h"
+
+namespace qav {
+namespace {
+
+constexpr float kNoiseMaskingTone = 5.5f;  // dB
+
+// The Bark value of a frequency below the highest edge: linear within a critical band.
+float barkOf(float freqHz) {
+  int j = 1;
+  while (freqHz > crit_band[j]) ++j;
+  return float(j - 1) + (freqHz - crit_band[j - 1]) / (crit_band[j] - crit_band[j - 1]);
+}
+
+// Divides the lines into partitions that a line leaves as soon as it lies more than a third of a Bark above the
+// partition's first. `mean` receives the mean Bark value of each partition, 0 for the unused ones.
+void dividePartitions(int32_t freqHz, int32_t *numlines, float *mean) {
+  const float lineHz = float(freqHz) * (1.0f / kTransformSize);
+  float lowest = barkOf(0.0f), sum = lowest;
+  int partition = 0, count = 1;
+  const auto close = [&] {
+    numlines[partition] = count;
+    mean[partition] = sum / float(count);
+  };
+  for (int line = 1; line < kLines; ++line) {
+    const float bark = barkOf(float(line) * lineHz);
+    if (bark - lowest > 0.33f) {
+      close();
+      ++partition;
+      lowest = sum = bark;
+      count = 1;
+    } else {
+      sum += bark;
+      ++count;
+    }
+  }
+  close();
+}
+
+// How much of a masker's energy appears in a partition `distance` Bark above it.
+float spreading(float maskee, float masker) {
+  const double dz = (double(maskee) - double(masker)) * 1.05;
+  const double x = dz >= 0.5 && dz <= 2.5 ? 8.0 * ((dz - 0.5) * (dz - 0.5) - 2.0 * (dz - 0.5)) : 0.0;
+  const double t = dz + 0.474;
+  const double y = 15.811389 + 7.5 * t - 17.5 * std::sqrt(1.0 + t * t);
+  return y <= -100.0 ? 0.0f : float(exactExp((x + y) * 0.2302585093));
+}
+
+void setUpPartitions(int32_t freqHz, PsychoState &s) {
+  float bark[kPartitions] = {};
+  dividePartitions(freqHz, s.numlines, bark);
+  for (int p = 0; p < kPartitions; ++p) {
+    float gain = 0.0f;
+    for (int k = 0; k < kPartitions; ++k) {
+      s.spread[k][p] = spreading(bark[p], bark[k]);
+      gain += s.spread[k][p];
+    }
+    const float weight = gain * float(s.numlines[p]);
+    s.norm[p] = weight != 0.0f ? 1.0f / weight : 0.0f;
+    s.tmn_minus_nmt[p] = std::max(15.5f + bark[p], 24.5f) - kNoiseMaskingTone;
+    s.bmax_part[p] = bmax[int(bark[p] + 0.5f)];
+  }
+}
+
+}  // namespace
+}  // namespace qav
+
+using namespace qav;
+
+PsychoState *neb_psycho_analInit(const FrameParams *fp) {
+  const auto s = static_cast<PsychoState *>(std::calloc(1, sizeof(PsychoState)));
+  if (s == nullptr) return nullptr;
+  s->absthr = absthrTbl[fp->samplingIndex].data();
+  setUpPartitions(fp->freqHz, *s);
+  for (auto &channel : s->history)
+    for (LineHistory &pass : channel) std::fill(std::begin(pass.phaseRe), std::end(pass.phaseRe), 1.0f);
+  return s;
+}

@@ -1,0 +1,13 @@
+// Real FFT, single precision.
+#pragma once
+
+#include <cstdint>
+
+namespace qav {
+
+// Builds the tables of neb_rdft() for length n, where those in the work areas are for a shorter one.
+//
+// ip[0]: length of the twiddle table, at the start of w; ip[1]: length of the post-processing table, which follows it.
+void buildTables(int32_t n, int32_t *ip, float *w);
+
+}  // namespace qav
