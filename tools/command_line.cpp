@@ -1,0 +1,111 @@
+#include "tools/command_line.h"
+
+#include <fmt/format.h>
+#include <qav.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <numeric>
+#include <thread>
+
+#include "tools/failure.h"
+#include "tools/message.h"
+
+namespace qav::tool {
+
+namespace {
+
+// Levenshtein distance.
+size_t editDistance(const std::string &a, const std::string &b) {
+  std::vector<size_t> row(b.size() + 1);
+  std::iota(row.begin(), row.end(), size_t{0});
+  for (size_t i = 1; i <= a.size(); ++i) {
+    size_t diagonal = row[0];
+    row[0] = i;
+    for (size_t j = 1; j <= b.size(); ++j) {
+      const size_t replaced = diagonal + (a[i - 1] != b[j - 1] ? 1 : 0);
+      diagonal = row[j];
+      row[j] = std::min({replaced, row[j] + 1, row[j - 1] + 1});
+    }
+  }
+  return row[b.size()];
+}
+
+}  // namespace
+
+std::string nearest(const std::string &word, const std::vector<std::string> &candidates) {
+  std::string best;
+  size_t bestDistance = std::max<size_t>(1, word.size() / 3) + 1;
+  for (const std::string &candidate : candidates) {
+    const size_t distance = editDistance(word, candidate);
+    if (distance < bestDistance) {
+      best = candidate;
+      bestDistance = distance;
+    }
+  }
+  return best;
+}
+
+std::string versionText() {
+  const uint32_t version = QAV_VERSION;
+  return fmt::format("qav {}.{}.{}.{}", version >> 24, version >> 16 & 0xFF, version >> 8 & 0xFF, version & 0xFF);
+}
+
+CommandLine::CommandLine(const std::string &name, const std::string &summary, const std::string &examples)
+    : name_(name), app_(summary, "qav " + name) {
+  app_.set_version_flag("--version", versionText());
+  app_.footer("\nExamples:\n" + examples);
+  app_.get_formatter()->column_width(34);
+}
+
+void CommandLine::addInputs(CommonOptions &options) {
+  common_ = &options;
+  // allow_extra_args(false): otherwise a file named "[a,b]" would be taken for a list. The positional still repeats.
+  app_.add_option("INPUT", options.inputs, "files; - is standard input")
+      ->required()
+      ->expected(1, CLI::detail::expected_max_vector_size)
+      ->allow_extra_args(false)
+      ->type_name("");
+  app_.add_option("-j,--jobs", options.jobs, "worker threads in all (default: one per core)")
+      ->type_name("N")
+      ->check(CLI::Range(1u, 4096u));
+  app_.add_flag("-q,--quiet", options.quiet, "say nothing but what is wrong");
+  app_.add_flag("-v,--verbose", options.verbose, "say more");
+  app_.add_flag("--json", options.json, "results as one JSON object a file, on standard output");
+}
+
+void CommandLine::addOutput(CommonOptions &options, const std::string &whatIsWritten) {
+  app_.add_option("-o,--output", options.output, whatIsWritten)->type_name("FILE|DIR|-");
+  app_.add_flag("-f,--force", options.force, "overwrite existing files");
+}
+
+bool CommandLine::parse(int argc, char **argv, int &status) {
+  status = kGood;
+  try {
+    app_.parse(argc, argv);
+    if (common_ && common_->jobs == 0) common_->jobs = std::max(1u, std::thread::hardware_concurrency());
+    if (common_ && std::count(common_->inputs.begin(), common_->inputs.end(), "") > 0)
+      failUsage("an input has an empty name", "name a file, or - for standard input");
+    if (common_ && std::count(common_->inputs.begin(), common_->inputs.end(), "-") > 1)
+      failUsage("standard input is given twice", "name - once");
+    const CLI::Option *const output = app_.get_option_no_throw("--output");
+    if (common_ && output && output->count() > 0 && common_->output.empty())
+      failUsage("-o has an empty name", "name a file or directory, or - for standard output");
+    return true;
+  } catch (const CLI::CallForVersion &) {
+    fmt::print("{}\n", versionText());
+  } catch (const CLI::CallForHelp &) {
+    fmt::print("{}", app_.help());
+  } catch (const CLI::ParseError &error) {
+    std::string what = error.what();
+    std::replace(what.begin(), what.end(), '\n', ' ');
+    status = kUsage;
+    fmt::print(stderr, "{}\n", messageLine("", {name_, displayName(what), fmt::format("see 'qav {} --help'", name_)}));
+  } catch (const Failure &failure) {
+    status = failure.status;
+    fmt::print(stderr, "{}\n", messageLine("", {name_, failure.complaint.what, failure.complaint.remedy}));
+  }
+  return false;
+}
+
+}  // namespace qav::tool

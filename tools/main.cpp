@@ -1,0 +1,91 @@
+// qav: the command-line tool.
+#include <fmt/format.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <exception>
+#include <string>
+#include <vector>
+
+#include "tools/command_line.h"
+#include "tools/failure.h"
+#include "tools/interrupt.h"
+#include "tools/message.h"
+
+namespace qav::tool {
+
+namespace {
+
+std::string helpText() {
+  std::string text =
+      "MPEG audio Layer I and II, in and out.\n\nUsage: qav SUBCOMMAND INPUT... [OPTIONS]\n\nSubcommands:\n";
+  for (const Subcommand &command : subcommands) text += fmt::format("  {:<10} {}\n", command.name, command.summary);
+  text +=
+      "\nOptions:\n"
+      "  -h, --help  this text; 'qav SUBCOMMAND --help' says more\n"
+      "  --version   the version\n"
+      "\nExit status: 0 good; 1 wrong usage; 2 an input cannot be read as what it should be or an output cannot be\n"
+      "written; 3 the stream was damaged (what could be decoded was written). Of several inputs the worst counts.\n"
+      "\nExample:\n"
+      "  qav decode concert.mp2    writes concert.wav\n";
+  return text;
+}
+
+int complainUsage(const std::string &what, const std::string &remedy) {
+  fmt::print(stderr, "{}\n", messageLine("", {{}, what, remedy}));
+  return kUsage;
+}
+
+int runTool(int argc, char **argv) {
+  if (argc < 2) return complainUsage("no subcommand", "see 'qav --help'");
+  const std::string word = argv[1];
+  if (word == "--help" || word == "-h" || word == "help") {
+    fmt::print("{}", helpText());
+    return kGood;
+  }
+  if (word == "--version") {
+    fmt::print("{}\n", versionText());
+    return kGood;
+  }
+  std::vector<std::string> names;
+  for (const Subcommand &command : subcommands) {
+    if (word == command.name) return command.run(argc - 1, argv + 1);
+    names.emplace_back(command.name);
+  }
+  const std::string meant = nearest(word, names);
+  return complainUsage("there is no subcommand " + displayName(word),
+                       meant.empty() ? "see 'qav --help'" : "did you mean '" + meant + "'?");
+}
+
+// Standard output is checked too: results that did not arrive were not given.
+int flushed(int status) {
+  if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0) return status;
+  const int error = errno;
+  if (error == EPIPE)
+    fmt::print(stderr, "{}\n",
+               messageLine("standard output", {{}, "its reader has closed it", "let it read to the end"}));
+  else
+    fmt::print(stderr, "{}\n",
+               messageLine("standard output", {{}, "cannot be written: " + errorText(error), "check the drive"}));
+  return worseOf(status, kUnusable);
+}
+
+}  // namespace
+
+}  // namespace qav::tool
+
+int main(int argc, char **argv) {
+  using namespace qav::tool;
+  try {
+    handleSignals();
+    return flushed(runTool(argc, argv));
+  } catch (const Interrupted &) {
+    endInterrupted();
+  } catch (const Failure &failure) {
+    fmt::print(stderr, "{}\n", messageLine("", failure.complaint));
+    return failure.status;
+  } catch (const std::exception &error) {
+    fmt::print(stderr, "{}\n", messageLine("", {{}, error.what(), {}}));
+    return kUnusable;
+  }
+}

@@ -1,0 +1,193 @@
+#include "tools/output_file.h"
+
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <stdlib.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <climits>
+#include <cstdio>
+#include <cstring>
+
+#include "tools/failure.h"
+#include "tools/interrupt.h"
+#include "tools/message.h"
+
+namespace qav::tool {
+
+namespace {
+
+constexpr size_t kBufferBytes = 256 * 1024;
+
+// What a pipe that polls as writable takes without blocking, so that a signal is noticed between two writes.
+constexpr size_t kPipeWriteBytes = PIPE_BUF;
+
+[[noreturn]] void failWrite(int error) {
+  const char *remedy = "check the drive";
+  if (error == EPIPE) fail("the reader of the output has closed it", "let it read to the end");
+  if (error == ENOSPC || error == EDQUOT) remedy = "free some space, or choose another folder with -o";
+  if (error == EFBIG) remedy = "raise the limit on file sizes, or choose another file system with -o";
+  if (error == EACCES || error == EPERM || error == EROFS) remedy = "choose another folder with -o";
+  if (error == ENOENT) remedy = "create the folder first";
+  if (error == ENAMETOOLONG) remedy = "choose a shorter name with -o";
+  if (error == ENOTDIR) remedy = "choose another name with -o";
+  fail("cannot be written: " + errorText(error), remedy);
+}
+
+[[noreturn]] void failExists() { fail("exists already", "use -f to overwrite it, or choose another name with -o"); }
+
+// The folder of a path, with its slash; empty for the current one.
+std::string folderOf(const std::string &path) {
+  const size_t slash = path.rfind('/');
+  return slash == std::string::npos ? std::string() : path.substr(0, slash + 1);
+}
+
+// A name of fixed length: the target's own may already be as long as names can be.
+std::string temporaryName(const std::string &target) {
+  static std::atomic<unsigned> counter{0};
+  return fmt::format("{}.qav-{}-{}.tmp", folderOf(target), getpid(), counter++);
+}
+
+}  // namespace
+
+OutputFile::OutputFile(const std::string &name, bool overwrite)
+    : overwrite_(overwrite), buffer_(std::make_unique<uint8_t[]>(kBufferBytes)) {
+  if (name == "-") {
+    fd_ = STDOUT_FILENO;
+    struct stat status {};
+    if (fstat(fd_, &status) != 0) failWrite(errno);
+    const bool regular = S_ISREG(status.st_mode);
+    mayWait_ = !regular;
+    // Redirected to a file: its beginning can still be corrected, unless everything is appended.
+    start_ = regular ? lseek(fd_, 0, SEEK_CUR) : -1;
+    canPatch_ = start_ >= 0 && (fcntl(fd_, F_GETFL) & O_APPEND) == 0;
+  } else {
+    openTarget(name, overwrite);
+  }
+}
+
+void OutputFile::openTarget(const std::string &name, bool overwrite) {
+  struct stat status {};
+  std::string target = name;
+  mode_t mode = 0666;
+  bool exists = stat(name.c_str(), &status) == 0;
+  if (exists && S_ISDIR(status.st_mode)) fail("is a directory", "choose a file name with -o");
+  if (exists && !S_ISREG(status.st_mode)) {
+    fd_ = open(name.c_str(), O_WRONLY | O_CLOEXEC | O_NOCTTY);
+    if (fd_ < 0) failWrite(errno);
+    owned_ = mayWait_ = true;
+    return;
+  }
+  if (exists) {
+    if (!overwrite) failExists();
+    mode = status.st_mode & 07777;
+    // What a symbolic link points at is replaced, not the link.
+    if (char *const real = realpath(name.c_str(), nullptr)) {
+      target = real;
+      free(real);
+    }
+  }
+  for (;;) {
+    const std::string candidate = temporaryName(target);
+    registerTemporary(candidate);
+    fd_ = open(candidate.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, mode);
+    if (fd_ >= 0) {
+      temporary_ = candidate;
+      break;
+    }
+    const int error = errno;
+    unregisterTemporary(candidate);
+    if (error != EEXIST && error != EINTR) failWrite(error);
+  }
+  if (exists) static_cast<void>(fchmod(fd_, mode));
+  target_ = target;
+  owned_ = canPatch_ = true;
+}
+
+OutputFile::~OutputFile() { discard(); }
+
+void OutputFile::discard() noexcept {
+  if (owned_ && fd_ >= 0) close(fd_);
+  fd_ = -1;
+  if (!temporary_.empty()) {
+    unlink(temporary_.c_str());
+    unregisterTemporary(temporary_);
+    temporary_.clear();
+  }
+}
+
+void OutputFile::write(const void *data, size_t bytes) {
+  size_ += bytes;
+  if (bytes > kBufferBytes - collected_) flush();
+  if (bytes >= kBufferBytes) {
+    writeAll(static_cast<const uint8_t *>(data), bytes);
+    return;
+  }
+  if (bytes > 0) std::memcpy(buffer_.get() + collected_, data, bytes);
+  collected_ += bytes;
+}
+
+void OutputFile::flush() {
+  writeAll(buffer_.get(), collected_);
+  collected_ = 0;
+}
+
+void OutputFile::writeAll(const uint8_t *data, size_t bytes) {
+  while (bytes > 0) {
+    if (mayWait_)
+      waitWritable(fd_);
+    else
+      throwIfInterrupted();
+    const ssize_t n = ::write(fd_, data, mayWait_ && bytes > kPipeWriteBytes ? kPipeWriteBytes : bytes);
+    if (n < 0) {
+      if (errno == EINTR || errno == EAGAIN) continue;
+      failWrite(errno);
+    }
+    data += n;
+    bytes -= static_cast<size_t>(n);
+  }
+}
+
+void OutputFile::patch(uint64_t offset, const void *data, size_t bytes) {
+  flush();
+  auto from = static_cast<const uint8_t *>(data);
+  auto at = static_cast<off_t>(offset) + start_;
+  while (bytes > 0) {
+    const ssize_t n = pwrite(fd_, from, bytes, at);
+    if (n < 0) {
+      if (errno == EINTR) continue;
+      failWrite(errno);
+    }
+    from += n;
+    at += n;
+    bytes -= static_cast<size_t>(n);
+  }
+}
+
+void OutputFile::commit() {
+  flush();
+  throwIfInterrupted();
+  if (!owned_) return;
+  const int fd = fd_;
+  fd_ = -1;
+  if (close(fd) != 0) failWrite(errno);
+  if (temporary_.empty()) return;
+  int result = overwrite_ ? rename(temporary_.c_str(), target_.c_str())
+                          : renameat2(AT_FDCWD, temporary_.c_str(), AT_FDCWD, target_.c_str(), RENAME_NOREPLACE);
+  if (result != 0 && !overwrite_ && (errno == EINVAL || errno == ENOSYS)) {
+    // A file system without that call: a hard link is refused too where the name exists.
+    result = link(temporary_.c_str(), target_.c_str());
+    if (result == 0) unlink(temporary_.c_str());
+  }
+  if (result != 0) {
+    if (errno == EEXIST) failExists();
+    failWrite(errno);
+  }
+  unregisterTemporary(temporary_);
+  temporary_.clear();
+}
+
+}  // namespace qav::tool
