@@ -4,6 +4,7 @@
 #include <cstdlib>
 
 #include "base/exact_math.h"
+#include "psycho/psycho.h"
 #include "psycho/psycho_state.h"
 
 namespace qav {
@@ -52,33 +53,52 @@ float spreading(float maskee, float masker) {
   return y <= -100.0 ? 0.0f : float(exactExp((x + y) * 0.2302585093));
 }
 
-void setUpPartitions(int32_t freqHz, PsychoState &s) {
-  float bark[kPartitions] = {};
-  dividePartitions(freqHz, s.numlines, bark);
-  for (int p = 0; p < kPartitions; ++p) {
-    float gain = 0.0f;
+// For each four columns of the spreading matrix the range of rows with an entry other than 0.
+void findMaskers(PsychoTables &t) {
+  for (int quad = 0; quad < kPaddedPartitions / 4; ++quad) {
+    int first = kPartitions, end = 0;
     for (int k = 0; k < kPartitions; ++k) {
-      s.spread[k][p] = spreading(bark[p], bark[k]);
-      gain += s.spread[k][p];
+      const float *entry = &t.spread[k][4 * quad];
+      if (t.numlines[k] == 0 || (entry[0] == 0.0f && entry[1] == 0.0f && entry[2] == 0.0f && entry[3] == 0.0f))
+        continue;
+      first = std::min(first, k);
+      end = k + 1;
     }
-    const float weight = gain * float(s.numlines[p]);
-    s.norm[p] = weight != 0.0f ? 1.0f / weight : 0.0f;
-    s.tmn_minus_nmt[p] = std::max(15.5f + bark[p], 24.5f) - kNoiseMaskingTone;
-    s.bmax_part[p] = bmax[int(bark[p] + 0.5f)];
+    t.firstMasker[quad] = uint8_t(first);
+    t.endMasker[quad] = uint8_t(end);
   }
 }
 
+void setUpPartitions(int32_t freqHz, PsychoTables &t) {
+  float bark[kPartitions] = {};
+  dividePartitions(freqHz, t.numlines, bark);
+  for (int p = 0; p < kPartitions; ++p) {
+    float gain = 0.0f;
+    for (int k = 0; k < kPartitions; ++k) {
+      t.spread[k][p] = spreading(bark[p], bark[k]);
+      gain += t.spread[k][p];
+    }
+    const float weight = gain * float(t.numlines[p]);
+    t.norm[p] = weight != 0.0f ? 1.0f / weight : 0.0f;
+    t.tmn_minus_nmt[p] = std::max(15.5f + bark[p], 24.5f) - kNoiseMaskingTone;
+    t.bmax_part[p] = bmax[int(bark[p] + 0.5f)];
+  }
+  findMaskers(t);
+}
+
 }  // namespace
-}  // namespace qav
 
-using namespace qav;
-
-PsychoState *neb_psycho_analInit(const FrameParams *fp) {
+PsychoState *initPsycho(const FrameParams &fp, CpuLevel level) {
   const auto s = static_cast<PsychoState *>(std::calloc(1, sizeof(PsychoState)));
   if (s == nullptr) return nullptr;
-  s->absthr = absthrTbl[fp->samplingIndex].data();
-  setUpPartitions(fp->freqHz, *s);
-  for (auto &channel : s->history)
-    for (LineHistory &pass : channel) std::fill(std::begin(pass.phaseRe), std::end(pass.phaseRe), 1.0f);
+  s->kernels = &psychoKernels(level);
+  s->tables.absthr = absthrTbl[fp.samplingIndex].data();
+  setUpPartitions(fp.freqHz, s->tables);
+  for (PsychoChannel &channel : s->channel)
+    for (LineHistory &pass : channel.history) std::fill(std::begin(pass.phaseRe), std::end(pass.phaseRe), 1.0f);
   return s;
 }
+
+}  // namespace qav
+
+PsychoState *neb_psycho_analInit(const FrameParams *fp) { return qav::initPsycho(*fp, qav::detectCpuLevel()); }

@@ -14,16 +14,16 @@ const float bmax[27] = {20.0f, 20.0f, 20.0f, 20.0f, 20.0f, 17.0f, 15.0f, 10.0f, 
 
 namespace {
 
-constexpr std::array<float, kTransformSize> makeWindow() {
+constexpr AnalysisWindow makeWindow() {
   constexpr double kTwoPi = 6.28318530717958;
-  std::array<float, kTransformSize> window = {};
+  AnalysisWindow window = {};
   for (int i = 0; i < kTransformSize; ++i)
-    window[std::size_t(i)] = float(0.5 * (1.0 - exactCos(kTwoPi * (i - 0.5) / kTransformSize)));
+    window.of[i % 2][i / 2] = float(0.5 * (1.0 - exactCos(kTwoPi * (i - 0.5) / kTransformSize)));
   return window;
 }
 
 }  // namespace
 
-constexpr std::array<float, kTransformSize> analysisWindow = makeWindow();
+alignas(64) constexpr AnalysisWindow analysisWindow = makeWindow();
 
 }  // namespace qav

@@ -19,8 +19,11 @@ extern const float crit_band[27];
 // The least ratio in dB of a masker to the noise it may mask, per whole Bark.
 extern const float bmax[27];
 
-// The Hann window of the transform, offset by half a sample.
-extern const std::array<float, kTransformSize> analysisWindow;
+// The Hann window of the transform, offset by half a sample: of the even samples, and of the odd ones.
+struct AnalysisWindow {
+  float of[2][kTransformSize / 2];
+};
+extern const AnalysisWindow analysisWindow;
 
 // Threshold in quiet of each line in hundredths of a dB, per sampling index: 44100, 48000, 32000 Hz.
 extern const int16_t absoluteThresholdHundredths[3][kLines];

@@ -11,6 +11,8 @@
 
 #include "base/exact_math.h"
 #include "include/qav.h"
+#include "psycho/psycho_kernels.h"
+#include "psycho/psycho_tables.h"
 
 namespace qav {
 namespace {
@@ -143,7 +145,8 @@ void rftfsub(int32_t n, float *a, int32_t nc, const float *c) {
 
 }  // namespace
 
-void buildTables(int32_t n, int32_t *ip, float *w) {
+void buildTables(int32_t n, int32_t *ip, float *w, CpuLevel level) {
+  ip[2] = int32_t(level);
   if (n / 4 > ip[0]) makewt(n / 4, ip, w);
   if (n / 4 > ip[1]) makect(n / 4, ip, w + ip[0]);
 }
@@ -154,8 +157,12 @@ using namespace qav;
 
 void neb_rdft(int32_t n, int32_t isgn, float *a, int32_t *ip, float *w) {
   if (n < 4 || !std::has_single_bit(uint32_t(n))) return;
-  buildTables(n, ip, w);
+  if (n / 4 > ip[0]) buildTables(n, ip, w, detectCpuLevel());
   if (isgn < 0) return;
+  if (n == kTransformSize) {
+    psychoKernels(CpuLevel(ip[2])).rdft1024(a);
+    return;
+  }
   if (n > 4) bitrv2(n / 2, a);
   cftfsub(n / 2, a, w);
   if (n > 4) rftfsub(n, a, ip[1], w + ip[0]);

@@ -76,7 +76,8 @@ TEST(PsychoTables, NoLinearThresholdIsNearARoundingBorder) {
 
 TEST(PsychoTables, NoWindowEntryIsNearARoundingBorder) {
   for (int i = 0; i < kTransformSize; ++i)
-    expectFarFromBorder(0.5L * (1.0L - cosl(6.28318530717958L * (i - 0.5L) / 1024.0L)), analysisWindow[size_t(i)]);
+    expectFarFromBorder(0.5L * (1.0L - cosl(6.28318530717958L * (i - 0.5L) / 1024.0L)),
+                        analysisWindow.of[i % 2][i / 2]);
 }
 
 TEST(PsychoTables, CriticalBandsRise) {
@@ -93,13 +94,13 @@ TEST(PsychoInit, DividesTheLinesIntoPartitions) {
     EXPECT_EQ(model.partitions, kUsed[index]);
     int sum = 0;
     for (size_t p = 0; p < kPartitions; ++p) {
-      EXPECT_EQ(state->numlines[p], model.numlines[p]) << p;
-      EXPECT_EQ(state->numlines[p] == 0, int(p) >= kUsed[index]) << p;
-      sum += state->numlines[p];
+      EXPECT_EQ(state->tables.numlines[p], model.numlines[p]) << p;
+      EXPECT_EQ(state->tables.numlines[p] == 0, int(p) >= kUsed[index]) << p;
+      sum += state->tables.numlines[p];
     }
     EXPECT_EQ(sum, kLines);
-    EXPECT_EQ(state->numlines[0], index == 2 ? 2 : 1);
-    EXPECT_GT(state->numlines[kUsed[index] - 2], 24);
+    EXPECT_EQ(state->tables.numlines[0], index == 2 ? 2 : 1);
+    EXPECT_GT(state->tables.numlines[kUsed[index] - 2], 24);
   }
 }
 
@@ -109,23 +110,23 @@ TEST(PsychoInit, DependentTablesEqualTheEquations) {
     const reference::Model model(index);
     for (size_t p = 0; p < kPartitions; ++p) {
       SCOPED_TRACE(testing::Message() << kRates[index] << " Hz, partition " << p);
-      EXPECT_NEAR(state->norm[p], model.norm[p], 4e-6 * model.norm[p]);
-      EXPECT_NEAR(state->tmn_minus_nmt[p], model.tmn[p] - 5.5, 1e-5);
-      EXPECT_EQ(state->bmax_part[p], float(model.leastRatio[p]));
+      EXPECT_NEAR(state->tables.norm[p], model.norm[p], 4e-6 * model.norm[p]);
+      EXPECT_NEAR(state->tables.tmn_minus_nmt[p], model.tmn[p] - 5.5, 1e-5);
+      EXPECT_EQ(state->tables.bmax_part[p], float(model.leastRatio[p]));
       for (size_t k = 0; k < kPartitions; ++k)
-        EXPECT_NEAR(state->spread[k][p], model.spread[p][k], 5e-5 * model.spread[p][k]) << k;
-      EXPECT_NEAR(state->spread[p][p],
+        EXPECT_NEAR(state->tables.spread[k][p], model.spread[p][k], 5e-5 * model.spread[p][k]) << k;
+      EXPECT_NEAR(state->tables.spread[p][p],
                   std::pow(10.0, (15.811389 + 7.5 * 0.474 - 17.5 * std::sqrt(1.0 + 0.474 * 0.474)) / 10.0), 1e-6);
     }
-    for (size_t k = 0; k < kPartitions; ++k) EXPECT_EQ(state->spread[k][63], 0.0f);
+    for (size_t k = 0; k < kPartitions; ++k) EXPECT_EQ(state->tables.spread[k][63], 0.0f);
   }
 }
 
 TEST(PsychoInit, UnusedPartitionsAreHarmless) {
   const auto state = stateFor(2);
   for (size_t p = 59; p < kPartitions; ++p) {
-    EXPECT_EQ(state->norm[p], 0.0f);
-    EXPECT_EQ(state->bmax_part[p], 20.0f);
+    EXPECT_EQ(state->tables.norm[p], 0.0f);
+    EXPECT_EQ(state->tables.bmax_part[p], 20.0f);
   }
 }
 
@@ -138,15 +139,15 @@ TEST(PsychoInit, NoSpreadingEntryIsNearARoundingBorder) {
     float bark[kPartitions] = {};
     const float lineHz = float(kRates[index]) * (1.0f / 1024.0f);
     int line = 0;
-    for (int p = 0; p < kPartitions && state->numlines[p] > 0; ++p) {
+    for (int p = 0; p < kPartitions && state->tables.numlines[p] > 0; ++p) {
       float sum = 0.0f;
-      for (int i = 0; i < state->numlines[p]; ++i, ++line) {
+      for (int i = 0; i < state->tables.numlines[p]; ++i, ++line) {
         const float f = float(line) * lineHz;
         int j = 1;
         while (f > crit_band[j]) ++j;
         sum += float(j - 1) + (f - crit_band[j - 1]) / (crit_band[j] - crit_band[j - 1]);
       }
-      bark[p] = sum / float(state->numlines[p]);
+      bark[p] = sum / float(state->tables.numlines[p]);
     }
     for (int k = 0; k < kPartitions; ++k)
       for (int p = 0; p < kPartitions; ++p) {
@@ -155,9 +156,9 @@ TEST(PsychoInit, NoSpreadingEntryIsNearARoundingBorder) {
         const long double t = dz + 0.474L, y = 15.811389L + 7.5L * t - 17.5L * sqrtl(1 + t * t);
         ASSERT_GT(fabsl(y + 100), 1e-9L);
         if (y > -100)
-          expectFarFromBorder(expl((x + y) * 0.2302585093L), state->spread[k][p]);
+          expectFarFromBorder(expl((x + y) * 0.2302585093L), state->tables.spread[k][p]);
         else
-          ASSERT_EQ(state->spread[k][p], 0.0f);
+          ASSERT_EQ(state->tables.spread[k][p], 0.0f);
       }
   }
 }
