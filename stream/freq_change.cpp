@@ -9,39 +9,43 @@
 namespace qav {
 namespace {
 
-// Positions in a block are 32-bit integers; longer blocks are taken in pieces.
-constexpr uint32_t kMaxPieceFrames = 1u << 30;
+// The kernels take positions in the block as 32-bit integers, so one run covers no more input and output than this.
+constexpr uint64_t kMaxRunFrames = 1u << 30;
 
-// The first output frame, from `from` on, that lies at or behind input frame `position`.
+// The first output frame, from `from` on, that lies at or behind input frame `position`. The quotient's rounding never
+// takes it further than that: it is far below 2^52.
 uint64_t firstOutputAt(uint64_t position, double step, uint64_t from) {
   const double x = double(position);
   uint64_t j = std::max(from, uint64_t(x / step));
-  while (j > from && double(j - 1) * step >= x) --j;
   while (double(j) * step < x) ++j;
   return j;
 }
 
-// The output frames that lie between two frames of the piece, or between the last frame before it and its first.
-uint32_t interpolatePiece(FreqChangeState &s, const uint8_t *in, uint32_t frames, uint8_t *out) {
-  if (!(s.step > 0.0 && s.step <= double(UINT32_MAX))) return 0;
+// The output frames that lie between two frames of the block, or between the last frame before it and its first.
+uint32_t interpolateBlock(FreqChangeState &s, const uint8_t *in, uint32_t frames, uint8_t *out) {
   const size_t frameBytes = s.channels * sizeof(int16_t);
   const uint64_t before = s.consumed;
   const uint64_t limit = std::min(s.lastIndex, before + frames - 1);
-  const uint64_t end = firstOutputAt(limit, s.step, s.produced);
+  const uint64_t blockStart = firstOutputAt(std::min(before, limit), s.step, s.produced);
+  const uint64_t end = firstOutputAt(limit, s.step, blockStart);
+  const uint64_t first = s.produced;
 
-  const uint64_t pieceStart = firstOutputAt(std::min(before, limit), s.step, s.produced);
-  const uint32_t headFrames = uint32_t(pieceStart - s.produced);
-  if (headFrames > 0) {
+  if (blockStart > first) {
     uint8_t border[2 * 2 * sizeof(int16_t)];
     std::memcpy(border, s.history + sizeof s.history - frameBytes, frameBytes);
     std::memcpy(border + frameBytes, in, frameBytes);
-    s.interpolate(border, {double(s.produced), s.step, double(before) - 1.0, headFrames}, out);
+    s.interpolate(border, {double(first), s.step, double(before) - 1.0, uint32_t(blockStart - first)}, out);
   }
-  const uint32_t bodyFrames = uint32_t(end - pieceStart);
-  if (bodyFrames > 0)
-    s.interpolate(in, {double(pieceStart), s.step, double(before), bodyFrames}, out + headFrames * frameBytes);
+  const uint64_t runFrames = uint64_t(std::clamp(double(kMaxRunFrames) / s.step, 1.0, double(kMaxRunFrames)));
+  for (uint64_t j = blockStart; j < end;) {
+    const uint64_t start = uint64_t(double(j) * s.step);
+    const uint64_t count = std::min(end - j, runFrames);
+    s.interpolate(in + (start - before) * frameBytes, {double(j), s.step, double(start), uint32_t(count)},
+                  out + (j - first) * frameBytes);
+    j += count;
+  }
   s.produced = end;
-  return headFrames + bodyFrames;
+  return uint32_t(end - first);
 }
 
 // At the end of a stream of known length its last frame is put out as it is, if it is still or already at hand.
@@ -67,20 +71,14 @@ void remember(FreqChangeState &s, const uint8_t *in, uint32_t frames) {
 }  // namespace
 
 uint32_t changeRate(FreqChangeState &s, const uint8_t *in, uint32_t frames, uint8_t *out) {
-  const size_t frameBytes = s.channels * sizeof(int16_t);
+  if (frames == 0) return 0;
   uint32_t written = 0;
-  bool ended = false;
-  while (frames > 0) {
-    const uint32_t piece = std::min(frames, kMaxPieceFrames);
-    written += interpolatePiece(s, in, piece, out + written * frameBytes);
-    if (!ended && copyLastFrame(s, in, piece, out + written * frameBytes)) {
-      ended = true;
-      ++written;
-    }
-    remember(s, in, piece);
-    in += piece * frameBytes;
-    frames -= piece;
+  const bool hasRates = s.step > 0.0 && s.step <= double(UINT32_MAX);
+  if (hasRates) {
+    written = interpolateBlock(s, in, frames, out);
+    if (copyLastFrame(s, in, frames, out + written * (s.channels * sizeof(int16_t)))) ++written;
   }
+  remember(s, in, frames);
   return written;
 }
 

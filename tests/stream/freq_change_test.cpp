@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdlib>
 #include <functional>
 #include <memory>
 #include <random>
@@ -199,14 +200,15 @@ TEST(FreqChange, AfterTheEndTheLastFrameIsCopiedWhileItIsAtHand) {
 TEST(FreqChange, ARateOfZeroGivesNothing) {
   const Samples in = noise(100, 13);
   Samples out(100, 77);
-  for (const Rates &r : {Rates{44100, 0}, Rates{0, 44100}, Rates{0, 0}}) {
-    const RatePtr s = makeRate(r.in, r.out, 1);
-    for (int i = 0; i < 2; ++i) {
-      uint32_t frames = 9;
-      EXPECT_EQ(NEB_freqChange(s.get(), in.data(), 100, out.data(), &frames), 0);
-      EXPECT_EQ(frames, 0u);
+  for (const Rates &r : {Rates{44100, 0}, Rates{0, 44100}, Rates{0, 0}})
+    for (const uint32_t totalFrames : {0u, 1u, 150u}) {
+      const RatePtr s = makeRate(r.in, r.out, 1, totalFrames);
+      for (int i = 0; i < 2; ++i) {
+        uint32_t frames = 9;
+        EXPECT_EQ(NEB_freqChange(s.get(), in.data(), 100, out.data(), &frames), 0);
+        EXPECT_EQ(frames, 0u);
+      }
     }
-  }
   EXPECT_EQ(out, Samples(100, 77));
 }
 
@@ -220,6 +222,31 @@ TEST(FreqChange, GreatestRatioOfRates) {
   EXPECT_EQ(out[0], in[0]);
   NEB_freqChange(s.get(), in.data(), 100, out.data(), &frames);
   EXPECT_EQ(frames, 0u);
+}
+
+// Blocks whose positions do not fit 31 bits, and runs that are cut for it.
+TEST(FreqChange, BlocksOfGigabytes) {
+#ifdef __SANITIZE_ADDRESS__
+  GTEST_SKIP() << "memory that is hardly touched is free, but not its shadow";
+#endif
+  constexpr size_t kFrames = (size_t(1) << 32) - 1;
+  if (sizeof(size_t) < 8) GTEST_SKIP() << "no room";
+  const std::unique_ptr<int16_t, decltype(&std::free)> in(static_cast<int16_t *>(std::calloc(kFrames, 2)), &std::free);
+  if (in == nullptr) GTEST_SKIP() << "no such memory here";
+  constexpr uint32_t kStep = 100'000'000;
+  Samples expected;
+  for (size_t i = 0; i < kFrames; i += kStep) {
+    in.get()[i] = int16_t(1000 + i / kStep);
+    expected.push_back(in.get()[i]);
+  }
+  const RatePtr s = makeRate(kStep, 1, 1, uint32_t(kFrames));
+  Samples out(100);
+  uint32_t frames = 0;
+  in.get()[kFrames - 1] = -7;
+  expected.push_back(-7);
+  EXPECT_EQ(NEB_freqChange(s.get(), in.get(), uint32_t(kFrames), out.data(), &frames), 0);
+  out.resize(frames);
+  EXPECT_EQ(out, expected);
 }
 
 // Positions beyond 2^32: the state is set as after a day of input.
