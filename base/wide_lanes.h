@@ -1,0 +1,73 @@
+// Operations on lanes that compilers do not find in the loop that says the same: one overload for each vector of each CPU
+// level. Only functions of that level's target may call them. The AVX-512 conversions are written with a full mask, because
+// GCC 12 warns of the plain ones.
+#pragma once
+
+#include <cstdint>
+
+#include "base/lanes.h"
+
+#if defined(__x86_64__)
+#include <immintrin.h>
+#endif
+
+namespace qav {
+
+#if defined(__x86_64__)
+
+#define QAV_TARGET_AVX2 NEB_TARGET("avx2")
+#define QAV_TARGET_AVX512 NEB_TARGET("avx512f,avx512bw,avx512dq,avx512vl")
+
+// Lane k: a[2k] b[2k] + a[2k + 1] b[2k + 1]. Not all four may be -32768.
+NEB_INLINE void sumPairProducts(Lanes<int32_t, 4> &sum, const Lanes<int16_t, 8> &a, const Lanes<int16_t, 8> &b) {
+  sum = Lanes<int32_t, 4>(_mm_madd_epi16(__m128i(a), __m128i(b)));
+}
+QAV_TARGET_AVX2 NEB_INLINE void sumPairProducts(Lanes<int32_t, 8> &sum, const Lanes<int16_t, 16> &a,
+                                                const Lanes<int16_t, 16> &b) {
+  sum = Lanes<int32_t, 8>(_mm256_madd_epi16(__m256i(a), __m256i(b)));
+}
+QAV_TARGET_AVX512 NEB_INLINE void sumPairProducts(Lanes<int32_t, 16> &sum, const Lanes<int16_t, 32> &a,
+                                                  const Lanes<int16_t, 32> &b) {
+  sum = Lanes<int32_t, 16>(_mm512_madd_epi16(__m512i(a), __m512i(b)));
+}
+
+NEB_INLINE void loadAsDoubles(Lanes<double, 2> &v, const int32_t *p) { v = _mm_cvtepi32_pd(_mm_loadu_si64(p)); }
+QAV_TARGET_AVX2 NEB_INLINE void loadAsDoubles(Lanes<double, 4> &v, const int32_t *p) {
+  v = _mm256_cvtepi32_pd(_mm_loadu_si128(reinterpret_cast<const __m128i *>(p)));
+}
+QAV_TARGET_AVX512 NEB_INLINE void loadAsDoubles(Lanes<double, 8> &v, const int32_t *p) {
+  v = _mm512_maskz_cvtepi32_pd(0xFF, _mm256_loadu_si256(reinterpret_cast<const __m256i *>(p)));
+}
+
+NEB_INLINE void storeAsFloats(float *p, const Lanes<double, 2> &v) {
+  const Lanes<float, 4> floats = _mm_cvtpd_ps(v);
+  std::memcpy(p, &floats, 2 * sizeof(float));
+}
+QAV_TARGET_AVX2 NEB_INLINE void storeAsFloats(float *p, const Lanes<double, 4> &v) {
+  _mm_storeu_ps(p, _mm256_cvtpd_ps(v));
+}
+QAV_TARGET_AVX512 NEB_INLINE void storeAsFloats(float *p, const Lanes<double, 8> &v) {
+  _mm256_storeu_ps(p, _mm512_maskz_cvtpd_ps(0xFF, v));
+}
+
+#else
+
+template <typename Ints, typename Shorts>
+NEB_INLINE void sumPairProducts(Ints &sum, const Shorts &a, const Shorts &b) {
+  for (size_t k = 0; k < sizeof(Ints) / sizeof(int32_t); ++k)
+    sum[k] = int32_t(a[2 * k]) * b[2 * k] + int32_t(a[2 * k + 1]) * b[2 * k + 1];
+}
+
+template <typename Doubles>
+NEB_INLINE void loadAsDoubles(Doubles &v, const int32_t *p) {
+  for (size_t k = 0; k < sizeof(Doubles) / sizeof(double); ++k) v[k] = double(p[k]);
+}
+
+template <typename Doubles>
+NEB_INLINE void storeAsFloats(float *p, const Doubles &v) {
+  for (size_t k = 0; k < sizeof(Doubles) / sizeof(double); ++k) p[k] = float(v[k]);
+}
+
+#endif
+
+}  // namespace qav

@@ -1,0 +1,191 @@
+#include "encoder/quantization.h"
+
+#include <gtest/gtest.h>
+
+#include <bit>
+#include <cmath>
+#include <cstring>
+#include <random>
+#include <vector>
+
+#include "format/alloc_tables.h"
+#include "format/scale_factors.h"
+#include "tests/support/random.h"
+
+namespace qav {
+namespace {
+
+float reciprocal(uint32_t scaleIndex) { return float(std::exp2(double(scaleIndex) / 3 - 1)); }
+
+void expectFused(float x, float r) {
+  ASSERT_EQ(std::bit_cast<uint32_t>(fusedProductPlusOne(x, r)), std::bit_cast<uint32_t>(std::fma(x, r, 1.0f)))
+      << std::hexfloat << x << " * " << r << " + 1";
+}
+
+TEST(FusedProductPlusOne, RandomProducts) {
+  constexpr unsigned kSeed = 41;
+  SCOPED_TRACE(kSeed);
+  test::Random random(kSeed);
+  std::uniform_real_distribution<float> exponent(-140.0f, 30.0f), mantissa(-2.0f, 2.0f);
+  for (int i = 0; i < 2000000; ++i) {
+    const float r = reciprocal(random() % 63);
+    const float scale = 1.0f / r;
+    expectFused(mantissa(random) * scale, r);                        // what quantisation sees
+    expectFused(mantissa(random) * std::exp2(exponent(random)), r);  // any magnitude
+    expectFused(mantissa(random) * std::exp2(-float(random() % 32)) * scale, r);
+  }
+}
+
+TEST(FusedProductPlusOne, ProductsNextToTheMiddleOfTwoFloats) {
+  // Around every product that puts the sum between two floats, the neighbours of the factor: some of them lie so near that
+  // the sum, rounded to double precision first, would look like the middle.
+  constexpr unsigned kSeed = 42;
+  SCOPED_TRACE(kSeed);
+  test::Random random(kSeed);
+  int roundedTwice = 0;
+  for (int i = 0; i < 3000000; ++i) {
+    const float r = i % 2 == 0 ? reciprocal(random() % 63) : std::bit_cast<float>(0x3F800000u | (random() & 0x7FFFFF));
+    const int shift = 24 + int(random() % 2);
+    const double middle =
+        std::ldexp(double(2 * (random() >> (8 + random() % 24)) + 1), -shift) * (random() % 2 ? 1 : -1);
+    const float x = float(middle / double(r));
+    for (const float near : {x, std::nextafter(x, 9.0f), std::nextafter(x, -9.0f)}) {
+      expectFused(near, r);
+      roundedTwice += float(double(near) * double(r) + 1.0) != std::fma(near, r, 1.0f);
+    }
+  }
+  EXPECT_GT(roundedTwice, 0) << "none of the cases tells one rounding from two";
+}
+
+TEST(FusedProductPlusOne, ConstructedCases) {
+  // x * r = 2^-24 +- 2^-70, exactly: the sum is the middle between 1 and the next float, and a little more or less.
+  for (int low = 1; low < 24; ++low)
+    for (const float sign : {1.0f, -1.0f})
+      for (int shift = 20; shift < 30; ++shift) {
+        const float above = 1.0f + std::ldexp(1.0f, -low), below = 1.0f - std::ldexp(1.0f, -low);
+        expectFused(sign * std::ldexp(above, -shift), below);
+        expectFused(sign * std::ldexp(below, -shift), below);
+        expectFused(sign * std::ldexp(above, -shift), above);
+        expectFused(sign * std::ldexp(1.0f, -shift), 1.0f);
+      }
+  for (const float x : {0.0f, -0.0f, 1.0f, -1.0f, 2.0f, -2.0f, 1e-45f, -1e-45f, 1e10f, -1e10f, 0x1.fffffep-1f})
+    for (const float r : {0.5f, 1.0f, 1e20f, 0x1.fffffep-1f}) expectFused(x, r);
+}
+
+class Quantization : public testing::TestWithParam<CpuLevel> {
+ protected:
+  void SetUp() override {
+    if (GetParam() > detectCpuLevel()) GTEST_SKIP() << "this CPU is below " << cpuLevelName(GetParam());
+    frame.channels = 2;
+    frame.sblimit = 30;
+    frame.allocTable = al_table1.rows;
+    std::memset(quantized, 0x5A, sizeof quantized);
+  }
+
+  void quantize() { quantizationFor(GetParam())(index, samples, allocation, quantized, frame); }
+
+  FrameParams frame = {};
+  ScaleIndices index[2] = {};
+  SubbandFrame samples[2] = {};
+  uint32_t allocation[2][32] = {};
+  QuantizedFrame quantized[2];
+};
+
+TEST_P(Quantization, NamedCases) {
+  index[0][0][0] = index[0][1][0] = index[0][2][0] = 3;  // scale factor 1
+  allocation[0][0] = 1;                                  // 3 levels
+  samples[0][0][1] = 1.0f;
+  samples[0][0][2] = -1.0f;
+  quantize();
+  EXPECT_EQ(quantized[0][0][0], 1u);
+  EXPECT_EQ(quantized[0][0][1], 3u) << "one past the largest code, and not clamped";
+  EXPECT_EQ(quantized[0][0][2], 0u);
+  EXPECT_EQ(quantized[1][0][0], 0x5A5A5A5Au) << "subbands without bits are left alone";
+  EXPECT_EQ(quantized[0][1][0], 0x5A5A5A5Au);
+}
+
+// What the standard prescribes, in double precision: A x + B, the first bits of its two's complement fraction, and the
+// first of them inverted.
+uint32_t standardCode(double x, uint32_t levels) {
+  uint32_t bits = 0;
+  while ((1u << bits) < levels) ++bits;
+  const double half = std::ldexp(1.0, int(bits) - 1);
+  const double a = levels / (2 * half), b = a - 1;
+  const double y = a * x + b;
+  return uint32_t(std::floor(y * half) + half);
+}
+
+TEST_P(Quantization, EveryQuantiserFollowsTheStandard) {
+  constexpr unsigned kSeed = 43;
+  test::Random random(kSeed);
+  std::uniform_real_distribution<double> unit(-0.99999, 0.99999);
+  uint64_t same = 0, all = 0;
+  for (int round = 0; round < 300; ++round) {
+    for (int ch = 0; ch < 2; ++ch)
+      for (int sb = 0; sb < 30; ++sb) {
+        allocation[ch][sb] = random() % (1u << frame.allocTable[sb][0].bits);
+        for (int part = 0; part < 3; ++part) {
+          index[ch][part][sb] = random() % 63;
+          for (int j = 0; j < 12; ++j)
+            samples[ch][sb][12 * part + j] = float(unit(random) * double(multiple[index[ch][part][sb]]));
+        }
+      }
+    quantize();
+    for (int ch = 0; ch < 2; ++ch)
+      for (int sb = 0; sb < 30; ++sb) {
+        if (allocation[ch][sb] == 0) continue;
+        const uint32_t levels = frame.allocTable[sb][allocation[ch][sb]].steps;
+        for (int t = 0; t < 36; ++t) {
+          const double x = double(samples[ch][sb][t]) / double(multiple[index[ch][t / 12][sb]]);
+          const uint32_t expected = standardCode(x, levels), actual = quantized[ch][sb][t];
+          // A value within rounding of a border between two codes may fall to either side.
+          ASSERT_LE(std::abs(int64_t(expected) - int64_t(actual)), 1)
+              << "seed " << kSeed << ", " << levels << " levels";
+          ASSERT_LT(actual, levels);
+          same += expected == actual;
+          ++all;
+        }
+      }
+  }
+  EXPECT_GT(double(same) / double(all), 0.997) << "seed " << kSeed;
+}
+
+TEST_P(Quantization, EveryLevelGivesThePlainBits) {
+  constexpr unsigned kSeed = 44;
+  test::Random random(kSeed);
+  std::uniform_real_distribution<float> unit(-2.5f, 2.5f);
+  for (int round = 0; round < 300; ++round) {
+    frame.channels = 1 + int32_t(random() % 2);
+    const int table = int(random() % 4);
+    frame.allocTable = allocTables[table];
+    frame.sblimit = std::vector<int32_t>{27, 30, 8, 12}[size_t(table)];
+    for (int ch = 0; ch < 2; ++ch)
+      for (int sb = 0; sb < 32; ++sb) {
+        allocation[ch][sb] = sb < frame.sblimit ? random() % (1u << frame.allocTable[sb][0].bits) : 0;
+        for (int part = 0; part < 3; ++part) {
+          index[ch][part][sb] = random() % 64;
+          for (int j = 0; j < 12; ++j) {
+            float &x = samples[ch][sb][12 * part + j];
+            x = unit(random) * multiple[index[ch][part][sb]];
+            if (random() % 8 == 0) x = std::bit_cast<float>(random() & 0x807FFFFF);  // denormal or zero
+            // Next to the middle of two floats, where rounding twice would show.
+            if (random() % 4 == 0)
+              x = float(std::ldexp(double(2 * (random() >> (8 + random() % 24)) + 1), -24) *
+                        double(multiple[index[ch][part][sb]]));
+          }
+        }
+      }
+    QuantizedFrame plain[2];
+    std::memset(plain, 0x5A, sizeof plain);
+    std::memset(quantized, 0x5A, sizeof quantized);
+    II_subband_quantization(index, samples, allocation, plain, frame);
+    quantize();
+    ASSERT_EQ(std::memcmp(plain, quantized, sizeof plain), 0) << "seed " << kSeed << ", round " << round;
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Levels, Quantization, testing::ValuesIn(kCpuLevels),
+                         [](const testing::TestParamInfo<CpuLevel> &level) { return cpuLevelName(level.param); });
+
+}  // namespace
+}  // namespace qav
