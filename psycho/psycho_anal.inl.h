@@ -122,7 +122,7 @@ NEB_INLINE LinePhase<W> predictLines(const Spectrum &spectrum, int k, const Line
   const V phaseIm = squareIm * oldest.re - squareRe * oldest.im;
   const V offRe = re - predicted * phaseRe, offIm = im - predicted * phaseIm;
   const V distance = squareRoot<W>(offRe * offRe + offIm * offIm);
-  const V sum = maximum<W>(magnitude + maximum<W>(predicted, -predicted), all<W>(kEmpty));
+  const V sum = (magnitude + maximum<W>(predicted, -predicted)) + kEmpty;
   // One division for both quotients: by the sum, and by the magnitude, where that is not 0.
   const V one = energy < kEmpty ? all<W>(1.0f) : all<W>(0.0f);
   const V divisor = magnitude + one;
@@ -152,29 +152,55 @@ struct alignas(64) GroupedEnergies {
   float of[kPaddedPartitions][4];
 };
 
-NEB_INLINE void groupLines(const LineEnergies (&lines)[2], const PsychoTables &tables, GroupedEnergies &grouped) {
+// The values at `p` where `wanted` is -1, and 0 where it is 0.
+template <int L>
+NEB_INLINE Lanes<float, L> wantedValues(const float *p, const int32_t *wanted) {
+  using Mask = Lanes<int32_t, L>;
+  const Mask values = loadLanes<Mask>(p) & loadLanes<Mask>(wanted);
+  return loadLanes<Lanes<float, L>>(&values);
+}
+
+// The sums of the four lanes of each sum.
+NEB_INLINE void foldSums(const Lanes<float, 4> (&sum)[4], float *result) {
   using V = Lanes<float, 4>;
-  using Mask = Lanes<int32_t, 4>;
-  static constexpr int32_t kFirst[8] = {-1, -1, -1, -1, 0, 0, 0, 0};
-  const float *values[4] = {lines[0].energy, lines[0].weighted, lines[1].energy, lines[1].weighted};
-  int line = 0;
-  for (int p = 0; p < kPaddedPartitions; ++p) {
+  const V a = __builtin_shufflevector(sum[0], sum[1], 0, 4, 1, 5) + __builtin_shufflevector(sum[0], sum[1], 2, 6, 3, 7);
+  const V b = __builtin_shufflevector(sum[2], sum[3], 0, 4, 1, 5) + __builtin_shufflevector(sum[2], sum[3], 2, 6, 3, 7);
+  storeLanes(result, V(__builtin_shufflevector(a, b, 0, 1, 4, 5) + __builtin_shufflevector(a, b, 2, 3, 6, 7)));
+}
+
+// Sums the lines of each partition: line i of eight in a row with i + 8 and so on, then the eight. Most partitions have at
+// most four lines; they come first and need no loop.
+template <int W>
+NEB_INLINE void groupLines(const LineEnergies (&lines)[2], const PsychoTables &tables, GroupedEnergies &grouped) {
+  using Four = Lanes<float, 4>;
+  static constexpr int32_t kWanted[16] = {-1, -1, -1, -1, -1, -1, -1, -1};
+  const float *const values[4] = {lines[0].energy, lines[0].weighted, lines[1].energy, lines[1].weighted};
+  int line = 0, p = 0;
+  Four sum[4];
+  for (; p < tables.smallPartitions; ++p) {
+    const int count = tables.numlines[p];
+    for (int i = 0; i < 4; ++i) sum[i] = wantedValues<4>(values[i] + line, kWanted + 8 - count);
+    foldSums(sum, grouped.of[p]);
+    line += count;
+  }
+  for (; p < kPaddedPartitions; ++p) {
+    constexpr int L = W < 8 ? 4 : 8, H = 8 / L;
     const int end = line + tables.numlines[p];
-    V sum[4] = {};
-    for (; line + 4 <= end; line += 4)
-      for (int i = 0; i < 4; ++i) sum[i] += loadLanes<V>(values[i] + line);
-    const Mask rest = loadLanes<Mask>(kFirst + 4 - (end - line));
+    Lanes<float, L> eight[4][H] = {};
+    for (; line + 8 <= end; line += 8)
+      for (int i = 0; i < 4; ++i)
+        for (int h = 0; h < H; ++h) eight[i][h] += loadLanes<Lanes<float, L>>(values[i] + line + h * L);
     for (int i = 0; i < 4; ++i) {
-      const Mask last = loadLanes<Mask>(values[i] + line) & rest;
-      sum[i] += loadLanes<V>(&last);
+      for (int h = 0; h < H; ++h)
+        eight[i][h] += wantedValues<L>(values[i] + line + h * L, kWanted + 8 - (end - line) + h * L);
+      if constexpr (H == 2)
+        sum[i] = eight[i][0] + eight[i][1];
+      else
+        sum[i] = __builtin_shufflevector(eight[i][0], eight[i][0], 0, 1, 2, 3) +
+                 __builtin_shufflevector(eight[i][0], eight[i][0], 4, 5, 6, 7);
     }
+    foldSums(sum, grouped.of[p]);
     line = end;
-    // The four lanes of each sum, side by side for all four.
-    const V a =
-        __builtin_shufflevector(sum[0], sum[1], 0, 4, 1, 5) + __builtin_shufflevector(sum[0], sum[1], 2, 6, 3, 7);
-    const V b =
-        __builtin_shufflevector(sum[2], sum[3], 0, 4, 1, 5) + __builtin_shufflevector(sum[2], sum[3], 2, 6, 3, 7);
-    storeLanes(grouped.of[p], V(__builtin_shufflevector(a, b, 0, 1, 4, 5) + __builtin_shufflevector(a, b, 2, 3, 6, 7)));
   }
 }
 
@@ -209,33 +235,52 @@ NEB_INLINE void psy_mulSum(const GroupedEnergies &grouped, const PsychoTables &t
 // The noise energy per line that each partition hides.
 template <int W>
 NEB_INLINE void permissibleNoise(const SpreadEnergies &spread, const PsychoTables &tables, float *nb) {
-  constexpr int D = W / 2;
+  constexpr int D = W / 2, N = 4;
   using Float = Lanes<float, D>;
   using Double = Lanes<double, D>;
-  for (int p = 0; p < kPaddedPartitions; p += D) {
-    const Float energy = loadLanes<Float>(&spread.energy[p]);
-    const Float ratio = loadLanes<Float>(&spread.weighted[p]) / maximum<D>(energy, all<D>(FLT_MIN));
-    const Float cb = minimum<D>(maximum<D>(ratio, all<D>(0.05f)), all<D>(0.5f));
-    const Double tonality = logLanes<D>(cb) * -0.434294482 - 0.301029996;
-    const Double wanted = tonality * __builtin_convertvector(loadLanes<Float>(&tables.tmn_minus_nmt[p]), Double) + 5.5;
-    const Double least = __builtin_convertvector(loadLanes<Float>(&tables.bmax_part[p]), Double);
-    const Double decibels = wanted > least ? wanted : least;
-    const Double noise = __builtin_convertvector(energy, Double) * expLanes<D>(decibels * -0.2302585093) *
-                         __builtin_convertvector(loadLanes<Float>(&tables.norm[p]), Double);
-    storeLanes(nb + p, __builtin_convertvector(noise, Float));
+  for (int p = 0; p < kPaddedPartitions; p += N * D) {
+    Float energy[N], cb[N];
+    Double tonality[N], attenuation[N], factor[N];
+    for (int n = 0; n < N; ++n) {
+      energy[n] = loadLanes<Float>(&spread.energy[p + n * D]);
+      const Float ratio = loadLanes<Float>(&spread.weighted[p + n * D]) / (energy[n] + FLT_MIN);
+      cb[n] = minimum<D>(maximum<D>(ratio, all<D>(0.05f)), all<D>(0.5f));
+    }
+    logLanes<D, N>(cb, tonality);
+    for (int n = 0; n < N; ++n) {
+      const Double tone = loadLanes<Double>(&tables.tmn_minus_nmt[p + n * D]);
+      const Double least = loadLanes<Double>(&tables.bmax_part[p + n * D]);
+      const Double decibels = (tonality[n] * -0.434294482 - 0.301029996) * tone + 5.5;
+      attenuation[n] = (decibels > least ? decibels : least) * -0.2302585093;
+    }
+    expLanes<D, N>(attenuation, factor);
+    for (int n = 0; n < N; ++n) {
+      const Float norm = loadLanes<Float>(&tables.norm[p + n * D]);
+      storeLanes(nb + p + n * D, Float(energy[n] * __builtin_convertvector(factor[n], Float) * norm));
+    }
   }
 }
 
 // ---- subbands
 
-// Gives every line what its partition hides. The lanes beyond a partition's last line are overwritten by the next one's.
+// Gives every line what its partition hides, for both passes. The lanes beyond a partition's last line are overwritten by
+// the next one's.
 template <int W>
-NEB_INLINE void noiseOfLines(const float *nb, const PsychoTables &tables, float *noise) {
+NEB_INLINE void noiseOfLines(const float (&nb)[2][kPaddedPartitions], const PsychoTables &tables,
+                             float (&noise)[2][kPaddedLines]) {
   constexpr int L = W < 8 ? W : 8;
-  int line = 0;
-  for (int p = 0; p < kPartitions; ++p) {
-    const Lanes<float, L> value = all<L>(nb[p]);
-    for (int i = 0; i < tables.numlines[p]; i += L) storeLanes(noise + line + i, value);
+  int line = 0, p = 0;
+  for (; p < tables.smallPartitions; ++p) {
+    storeLanes(&noise[0][line], all<L>(nb[0][p]));
+    storeLanes(&noise[1][line], all<L>(nb[1][p]));
+    line += tables.numlines[p];
+  }
+  for (; p < kPartitions; ++p) {
+    const Lanes<float, L> first = all<L>(nb[0][p]), second = all<L>(nb[1][p]);
+    for (int i = 0; i < tables.numlines[p]; i += L) {
+      storeLanes(&noise[0][line + i], first);
+      storeLanes(&noise[1][line + i], second);
+    }
     line += tables.numlines[p];
   }
 }
@@ -343,14 +388,17 @@ NEB_INLINE Lanes<float, W> bandRatios(const float *energy, const float *noise, c
   return bands<W, Sum>(energyAt, first) / (threshold + FLT_MIN);
 }
 
+// 10 log10 of the ratios of all bands.
 template <int W>
-NEB_INLINE void storeDecibels(const Lanes<float, W> &ratio, float *smr) {
-  constexpr int D = W / 2;
-  float values[W];
-  storeLanes(values, ratio);
-  for (int i = 0; i < W; i += D) {
-    const auto decibels = logLanes<D>(loadLanes<Lanes<float, D>>(values + i)) * 4.342944819;
-    storeLanes(smr + i, __builtin_convertvector(decibels, Lanes<float, D>));
+NEB_INLINE void decibelsOf(const float (&ratio)[kBands], float *smr) {
+  constexpr int D = W / 2, N = 4;
+  for (int sb = 0; sb < kBands; sb += N * D) {
+    Lanes<float, D> x[N];
+    Lanes<double, D> y[N];
+    for (int n = 0; n < N; ++n) x[n] = loadLanes<Lanes<float, D>>(&ratio[sb + n * D]);
+    logLanes<D, N>(x, y);
+    for (int n = 0; n < N; ++n)
+      storeLanes(smr + sb + n * D, __builtin_convertvector(y[n] * 4.342944819, Lanes<float, D>));
   }
 }
 
@@ -367,20 +415,19 @@ NEB_INLINE void analyseFrame(const int16_t *samples, const PsychoTables &tables,
   LineEnergies lines[2];
   predictFrame<W>(spectra, channel.history, lines);
   GroupedEnergies grouped;
-  groupLines(lines, tables, grouped);
+  groupLines<W>(lines, tables, grouped);
   SpreadEnergies spread[2];
   psy_mulSum<W>(grouped, tables, spread);
 
-  alignas(64) float nb[kPaddedPartitions], noise[2][kPaddedLines];
-  for (int pass = 0; pass < 2; ++pass) {
-    permissibleNoise<W>(spread[pass], tables, nb);
-    noiseOfLines<W>(nb, tables, noise[pass]);
-  }
+  alignas(64) float nb[2][kPaddedPartitions], noise[2][kPaddedLines], ratio[kBands];
+  for (int pass = 0; pass < 2; ++pass) permissibleNoise<W>(spread[pass], tables, nb[pass]);
+  noiseOfLines<W>(nb, tables, noise);
   for (int sb = 0; sb < kBands; sb += W) {
     const Lanes<float, W> first = bandRatios<W>(lines[0].energy, noise[0], tables.absthr, sb);
     const Lanes<float, W> second = bandRatios<W>(lines[1].energy, noise[1], tables.absthr, sb);
-    storeDecibels<W>(maximum<W>(maximum<W>(first, second), all<W>(FLT_MIN)), smr + sb);
+    storeLanes(&ratio[sb], maximum<W>(maximum<W>(first, second), all<W>(FLT_MIN)));
   }
+  decibelsOf<W>(ratio, smr);
 }
 
 }  // namespace qav

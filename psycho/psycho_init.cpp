@@ -80,10 +80,11 @@ void setUpPartitions(int32_t freqHz, PsychoTables &t) {
     }
     const float weight = gain * float(t.numlines[p]);
     t.norm[p] = weight != 0.0f ? 1.0f / weight : 0.0f;
-    t.tmn_minus_nmt[p] = std::max(15.5f + bark[p], 24.5f) - kNoiseMaskingTone;
-    t.bmax_part[p] = bmax[int(bark[p] + 0.5f)];
+    t.tmn_minus_nmt[p] = double(std::max(15.5f + bark[p], 24.5f) - kNoiseMaskingTone);
+    t.bmax_part[p] = double(bmax[int(bark[p] + 0.5f)]);
   }
   findMaskers(t);
+  while (t.numlines[t.smallPartitions] <= 4) ++t.smallPartitions;
 }
 
 }  // namespace

@@ -16,8 +16,9 @@ inline constexpr int kKeptSamples = 480;  // samples of the previous frame under
 struct PsychoTables {
   const float *absthr;                           // threshold in quiet of lines 0 .. 512, energy; 0 up to the padding
   int32_t numlines[kPaddedPartitions];           // lines of each partition, in order; they add to 513
-  float bmax_part[kPaddedPartitions];            // least ratio of masker to noise in dB
-  float tmn_minus_nmt[kPaddedPartitions];        // that ratio in dB for a tone less that for noise
+  int32_t smallPartitions;                       // the first partitions, none of which has more than four lines
+  double bmax_part[kPaddedPartitions];           // least ratio of masker to noise in dB
+  double tmn_minus_nmt[kPaddedPartitions];       // that ratio in dB for a tone less that for noise
   float norm[kPaddedPartitions];                 // 1 / (gain of the spreading x lines)
   float spread[kPartitions][kPaddedPartitions];  // row: masker; column: partition it spreads to
   uint8_t firstMasker[kPaddedPartitions / 4];    // per four columns: the rows with an entry other than 0

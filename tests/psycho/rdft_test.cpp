@@ -32,21 +32,20 @@ struct WorkAreas {
   std::vector<float> w;
 };
 
-// X[k] = sum of x[j] exp(+2 pi i j k / n), packed as the transform packs it. The longest lengths are reduced by radix-2
-// steps, in double precision, to direct sums.
-void definition(const std::vector<double> &re, const std::vector<double> &im, std::vector<double> &outRe,
-                std::vector<double> &outIm) {
+// X[k] = sum of x[j] exp(+2 pi i j k / n), directly up to `longest` values; more are reduced to that by radix-2 steps.
+void definition(const std::vector<double> &re, const std::vector<double> &im, size_t longest,
+                std::vector<double> &outRe, std::vector<double> &outIm) {
   const size_t n = re.size();
   outRe.assign(n, 0.0);
   outIm.assign(n, 0.0);
-  if (n > 1024) {
+  if (n > longest) {
     std::vector<double> part[4], out[4];
     for (size_t j = 0; j < n; ++j) {
       part[j % 2 * 2].push_back(re[j]);
       part[j % 2 * 2 + 1].push_back(im[j]);
     }
-    definition(part[0], part[1], out[0], out[1]);
-    definition(part[2], part[3], out[2], out[3]);
+    definition(part[0], part[1], longest, out[0], out[1]);
+    definition(part[2], part[3], longest, out[2], out[3]);
     for (size_t k = 0; k < n; ++k) {
       const double angle = 2.0 * M_PI * double(k) / double(n), c = std::cos(angle), s = std::sin(angle);
       const double oddRe = out[2][k % (n / 2)], oddIm = out[3][k % (n / 2)];
@@ -70,7 +69,7 @@ void definition(const std::vector<double> &re, const std::vector<double> &im, st
 std::vector<double> packedDefinition(const std::vector<float> &a) {
   const size_t n = a.size();
   std::vector<double> re, im;
-  definition({a.begin(), a.end()}, std::vector<double>(n), re, im);
+  definition({a.begin(), a.end()}, std::vector<double>(n), n <= 1024 ? 1024 : 64, re, im);
   std::vector<double> packed(n);
   packed[0] = re[0];
   packed[1] = re[n / 2];

@@ -12,13 +12,31 @@ namespace {
 
 constexpr int kN = 1024;
 
-const std::vector<std::complex<double>> &roots() {
-  static const std::vector<std::complex<double>> table = [] {
-    std::vector<std::complex<double>> w(kN);
-    for (int j = 0; j < kN; ++j) w[size_t(j)] = std::polar(1.0, -2.0 * M_PI * j / kN);
-    return w;
+struct Circle {
+  double cosine[kN], sine[kN];
+};
+
+const Circle &circle() {
+  static const Circle table = [] {
+    Circle c;
+    for (int j = 0; j < kN; ++j) {
+      c.cosine[j] = std::cos(2.0 * M_PI * j / kN);
+      c.sine[j] = std::sin(2.0 * M_PI * j / kN);
+    }
+    return c;
   }();
   return table;
+}
+
+// The sum of x[j] exp(-2 pi i j k / 1024).
+std::complex<double> fourierSum(const double *x, int k) {
+  const Circle &c = circle();
+  double re = 0.0, im = 0.0;
+  for (int j = 0; j < kN; ++j) {
+    re += x[j] * c.cosine[j * k % kN];
+    im -= x[j] * c.sine[j * k % kN];
+  }
+  return {re, im};
 }
 
 double barkOf(double f) {
@@ -95,8 +113,7 @@ std::vector<double> Model::analyse(const int16_t *samples, int channel) {
     std::vector<double> energy(513), unpredictability(513);
     const Pass &old = history[channel][0], &oldest = history[channel][1];
     for (size_t k = 0; k <= 512; ++k) {
-      std::complex<double> sum = 0.0;
-      for (size_t j = 0; j < kN; ++j) sum += x[j] * roots()[j * k % kN];
+      const std::complex<double> sum = fourierSum(x.data(), int(k));
       const bool real = k == 0 || k == 512;
       const double r = std::abs(sum);
       now.magnitude.push_back(r);
