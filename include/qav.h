@@ -480,14 +480,14 @@ QAV_API int32_t NEB_bufferingTerm(ByteFifo *f);
  *  @param isgn  not negative: transform; negative: only build the tables, `a` is left alone
  *  @param a     n values
  *  @param ip    work area of 2 + sqrt(n/2) integers (rounded down to a power of two: 18 for n = 1024); ip[0] and ip[1]
- *               must be 0 before the first call
+ *               must be 0 before the first call. What it then holds suits this CPU: build it anew on another machine
  *  @param w     table of n/2 values, built at the first call and whenever n grows; kept by the caller with `ip` */
 QAV_API void neb_rdft(int32_t n, int32_t isgn, float *a, int32_t *ip, float *w);
 
 /** Create the state of psychoacoustic model 2 (ISO/IEC 11172-3 Annex D) for one stream.
  *
  *  @param fp  `samplingIndex` 0, 1, 2 and the matching `freqHz` 44100, 48000, 32000 are read
- *  @return the state, one block that the caller releases with free(); null when out of memory */
+ *  @return the state, one block that the caller releases with free(); null when out of memory, and for other values */
 QAV_API PsychoState *neb_psycho_analInit(const FrameParams *fp);
 
 /** Analyse one channel of one Layer II frame; channel 0 before channel 1.

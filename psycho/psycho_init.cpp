@@ -90,6 +90,9 @@ void setUpPartitions(int32_t freqHz, PsychoTables &t) {
 }  // namespace
 
 PsychoState *initPsycho(const FrameParams &fp, CpuLevel level) {
+  // Other rates may need more partitions than there are.
+  constexpr int32_t kRates[3] = {44100, 48000, 32000};
+  if (fp.samplingIndex < 0 || fp.samplingIndex > 2 || fp.freqHz != kRates[fp.samplingIndex]) return nullptr;
   const auto s = static_cast<PsychoState *>(std::calloc(1, sizeof(PsychoState)));
   if (s == nullptr) return nullptr;
   s->kernels = &psychoKernels(level);

@@ -13,6 +13,7 @@
 
 #include "base/exact_math.h"
 #include "base/lanes.h"
+#include "psycho/lane_math.inl.h"
 #include "psycho/spectrum.h"
 
 namespace qav {
@@ -142,35 +143,6 @@ NEB_INLINE void rdft1024Pass2(Rdft1024Work &work) {
       storeLanes(&work.re[t][place], y[t].re);
       storeLanes(&work.im[t][place], y[t].im);
     }
-  }
-}
-
-// Within every four lanes: the first two of a and b, alternating, and the last two.
-template <int W>
-NEB_INLINE void interleaveQuads(const Lanes<float, W> &a, const Lanes<float, W> &b, Lanes<float, W> &low,
-                                Lanes<float, W> &high) {
-  if constexpr (W == 4) {
-    low = __builtin_shufflevector(a, b, 0, 4, 1, 5);
-    high = __builtin_shufflevector(a, b, 2, 6, 3, 7);
-  } else if constexpr (W == 8) {
-    low = __builtin_shufflevector(a, b, 0, 8, 1, 9, 4, 12, 5, 13);
-    high = __builtin_shufflevector(a, b, 2, 10, 3, 11, 6, 14, 7, 15);
-  } else {
-    low = __builtin_shufflevector(a, b, 0, 16, 1, 17, 4, 20, 5, 21, 8, 24, 9, 25, 12, 28, 13, 29);
-    high = __builtin_shufflevector(a, b, 2, 18, 3, 19, 6, 22, 7, 23, 10, 26, 11, 27, 14, 30, 15, 31);
-  }
-}
-
-// The quads of even number of a and b one after the other, and those of odd number.
-template <int W>
-NEB_INLINE void separateQuads(const Lanes<float, W> &a, const Lanes<float, W> &b, Lanes<float, W> &even,
-                              Lanes<float, W> &odd) {
-  if constexpr (W == 8) {
-    even = __builtin_shufflevector(a, b, 0, 1, 2, 3, 8, 9, 10, 11);
-    odd = __builtin_shufflevector(a, b, 4, 5, 6, 7, 12, 13, 14, 15);
-  } else {
-    even = __builtin_shufflevector(a, b, 0, 1, 2, 3, 8, 9, 10, 11, 16, 17, 18, 19, 24, 25, 26, 27);
-    odd = __builtin_shufflevector(a, b, 4, 5, 6, 7, 12, 13, 14, 15, 20, 21, 22, 23, 28, 29, 30, 31);
   }
 }
 

@@ -122,6 +122,16 @@ TEST(PsychoInit, DependentTablesEqualTheEquations) {
   }
 }
 
+TEST(PsychoInit, OtherRatesAreRefused) {
+  for (const int index : {-1, 0, 1, 2, 3})
+    for (const int rate : {-1, 0, 16000, 22050, 24000, 44099, 96000, 0x7FFFFFFF}) {
+      FrameParams fp = {};
+      fp.samplingIndex = index;
+      fp.freqHz = rate;
+      EXPECT_EQ(neb_psycho_analInit(&fp), nullptr) << index << ' ' << rate;
+    }
+}
+
 TEST(PsychoInit, UnusedPartitionsAreHarmless) {
   const auto state = stateFor(2);
   for (size_t p = 59; p < kPartitions; ++p) {
