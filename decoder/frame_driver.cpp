@@ -1,0 +1,96 @@
+// One frame from bytes to PCM (ISO/IEC 11172-3 clause 2.4.3).
+#include "decoder/bit_reader.h"
+#include "decoder/decoder_session.h"
+#include "decoder/dequant.h"
+#include "decoder/kernels.h"
+#include "decoder/sample_codes.h"
+#include "decoder/side_info.h"
+#include "format/format.h"
+
+namespace qav {
+namespace {
+
+// The side information and the check over it. Only a frame whose side information is whole and fits its check word is
+// worth decoding.
+bool readSideInfo(BitReader &bits, const FrameParams &frame, SideInfo &side) {
+  const uint32_t checkWord = frame.protection != 0 ? bits.getbits(16) : 0;
+  uint32_t computed = checkWord;
+  if (frame.layer == 1) {
+    I_decode_bitalloc(bits, frame, side);
+    I_decode_scale(bits, frame, side);
+    if (frame.protection != 0) neb_I_CRC_calc(&frame, side.allocation, &computed);
+  } else {
+    II_decode_bitalloc(bits, frame, side);
+    II_decode_scale(bits, frame, side);
+    if (frame.protection != 0) neb_II_CRC_calc(&frame, side.allocation, side.scfsi, &computed);
+  }
+  return !bits.ranOut() && computed == checkWord;
+}
+
+// Decodes the frame whose header is in the session. A frame that runs out among its samples gives those of its complete
+// granules, and is refused all the same. `samples` receives the number of samples written, all channels together.
+uint32_t decFrame(DecoderSession &s, BitReader &bits, int16_t *out, uint32_t &samples) {
+  const FrameParams &frame = s.frame;
+  const bool layer1 = frame.layer == 1;
+  samples = 0;
+  if (frame.layer == 0) return QAV_DECODE_OK;  // no header yet
+  // A refused header may have named a layer while nothing of the rest is known.
+  if (frame.channels == 0 || (!layer1 && frame.allocTable == nullptr)) return QAV_DECODE_REFUSED;
+
+  SideInfo side;
+  if (!readSideInfo(bits, frame, side)) return QAV_DECODE_REFUSED;
+
+  FrameCodes codes;
+  GranuleScales scales;
+  SubbandSamples subbands;
+  spreadScaleFactors(side, frame, scales);
+  clearUnallocated(side, frame, subbands);
+  if (layer1) {
+    I_buffer_sample(bits, side, frame, codes);
+    s.kernels->I_dequantize_sample(codes, scales, subbands);
+  } else {
+    II_buffer_sample(bits, side, frame, codes);
+    s.kernels->II_dequantize_sample(codes, scales, subbands);
+  }
+
+  const int32_t blocks = codes.granules * (layer1 ? 1 : 3);
+  ChannelPcm pcm[2];
+  for (int32_t ch = 0; ch < frame.channels; ++ch) {
+    const auto synthesis = layer1 ? s.kernels->I_SubBandSynthesis : s.kernels->II_SubBandSynthesis;
+    synthesis(subbands.value[ch], s.synthesis[ch], pcm[ch]);
+    s.synthesis[ch].advance(blocks);
+  }
+  (frame.channels == 2 ? s.kernels->storeStereo : s.kernels->storeMono)(pcm, 32 * blocks, out);
+  samples = uint32_t(32 * blocks * frame.channels);
+  return codes.granules == kGranules ? QAV_DECODE_OK : QAV_DECODE_REFUSED;
+}
+
+}  // namespace
+}  // namespace qav
+
+using namespace qav;
+
+extern "C" {
+
+uint32_t zo_mpeg_Decode1Frame(DecoderSession *s, const uint8_t *data, uint32_t available, int16_t *out,
+                              uint32_t *outBytes, uint32_t *consumed) {
+  *outBytes = 0;
+  *consumed = 0;
+  if (available < kHeaderBytes) return QAV_DECODE_INCOMPLETE;
+  const int32_t frameBytes = NEB_mpeg_get1FrameSize(data, s);
+  if (frameBytes < 0) return QAV_DECODE_REFUSED;
+  if (uint32_t(frameBytes) > available) return QAV_DECODE_INCOMPLETE;
+  *consumed = uint32_t(frameBytes);
+  return zo_mpeg_Decode1FrameWithoutHeader(s, data + kHeaderBytes, *consumed - kHeaderBytes, out, outBytes);
+}
+
+uint32_t zo_mpeg_Decode1FrameWithoutHeader(DecoderSession *s, const uint8_t *payload, uint32_t payloadLen, int16_t *out,
+                                           uint32_t *outBytes) {
+  BitReader bits(payload, payloadLen);
+  uint32_t samples;
+  const uint32_t result = decFrame(*s, bits, out, samples);
+  *outBytes = result == QAV_DECODE_OK ? samples * uint32_t(sizeof(int16_t)) : 0;
+  return result;
+}
+
+}  // extern "C"
