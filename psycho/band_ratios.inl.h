@@ -2,6 +2,7 @@
 // lanes.
 #pragma once
 
+#include <algorithm>
 #include <cfloat>
 
 #include "psycho/exact_lanes.inl.h"
@@ -20,7 +21,7 @@ inline constexpr int kLinesPerBand = 17;  // each shares its last line with the 
 template <int W>
 NEB_INLINE void noiseOfLines(const float (&nb)[2][kPaddedPartitions], const PsychoTables &tables,
                              float (&noise)[2][kPaddedLines]) {
-  constexpr int L = W < 8 ? W : 8;
+  constexpr int L = std::min(W, 8);
   int line = 0, p = 0;
   for (; p < tables.smallPartitions; ++p) {
     storeLanes(&noise[0][line], all<L>(nb[0][p]));
