@@ -47,7 +47,7 @@ int16_t sampleOf(int signal, int i, std::mt19937 &random) {
     case 2: return random() % 700 == 0 ? int16_t(random()) : int16_t(0);
     case 3: return i / 3000 % 2 == 0 ? int16_t((i * 37 % 256 - 128) * 200) : int16_t(0);
     case 4: return i % 2 == 0 ? INT16_MAX : INT16_MIN;
-    default: return i / 1152 % 3 == 0 ? INT16_MIN : int16_t(i % 4 - 2);
+    default: return int16_t(i / 1152 % 3 == 0 ? INT16_MIN : i % 4 - 2);
   }
 }
 
