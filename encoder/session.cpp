@@ -6,6 +6,7 @@
 
 #include "encoder/encoder.h"
 #include "format/frame_header.h"
+#include "psycho/psycho.h"
 
 namespace qav {
 namespace {
@@ -65,7 +66,7 @@ uint32_t initEncoder(EncoderSession **session, uint32_t samplingRateHz, uint32_t
   auto *const s = static_cast<EncoderSession *>(std::calloc(1, sizeof(EncoderSession)));
   if (s == nullptr) return QAV_ENCODE_NO_MEMORY;
   s->frame = frame;
-  s->psycho = neb_psycho_analInit(&s->frame);
+  s->psycho = initPsycho(s->frame, level);
   if (s->psycho == nullptr) {
     std::free(s);
     return QAV_ENCODE_NO_MEMORY;
