@@ -28,8 +28,8 @@ constexpr bool has(uint32_t word, uint32_t bits) { return (word & bits) == bits;
 
 CpuLevel detectCpuLevel() {
   uint32_t a, b, c, d;
-  constexpr uint32_t kOsSavesState = 1u << 27;
-  if (!__get_cpuid(1, &a, &b, &c, &d) || !has(c, kOsSavesState)) return CpuLevel::Baseline;
+  constexpr uint32_t kFma = 1u << 12, kOsSavesState = 1u << 27;
+  if (!__get_cpuid(1, &a, &b, &c, &d) || !has(c, kFma | kOsSavesState)) return CpuLevel::Baseline;
   const uint32_t saved = savedState();
 
   constexpr uint32_t kAvx2 = 1u << 5;

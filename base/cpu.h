@@ -5,8 +5,8 @@ namespace qav {
 
 enum class CpuLevel : int {
   Baseline,  // what the architecture always has: SSE2 on x86-64, NEON on aarch64
-  Avx2,
-  Avx512,  // F, BW, DQ and VL
+  Avx2,      // with FMA
+  Avx512,    // F, BW, DQ and VL
 };
 
 inline constexpr CpuLevel kCpuLevels[] = {CpuLevel::Baseline, CpuLevel::Avx2, CpuLevel::Avx512};

@@ -15,8 +15,8 @@ namespace qav {
 
 #if defined(__x86_64__)
 
-#define QAV_TARGET_AVX2 NEB_TARGET("avx2")
-#define QAV_TARGET_AVX512 NEB_TARGET("avx512f,avx512bw,avx512dq,avx512vl")
+#define QAV_TARGET_AVX2 NEB_TARGET("avx2,fma")
+#define QAV_TARGET_AVX512 NEB_TARGET("avx2,fma,avx512f,avx512bw,avx512dq,avx512vl")
 
 // Lane k: a[2k] b[2k] + a[2k + 1] b[2k + 1]. Not all four may be -32768.
 NEB_INLINE void sumPairProducts(Lanes<int32_t, 4> &sum, const Lanes<int16_t, 8> &a, const Lanes<int16_t, 8> &b) {
@@ -48,6 +48,24 @@ QAV_TARGET_AVX2 NEB_INLINE void storeAsFloats(float *p, const Lanes<double, 4> &
 }
 QAV_TARGET_AVX512 NEB_INLINE void storeAsFloats(float *p, const Lanes<double, 8> &v) {
   _mm256_storeu_ps(p, _mm512_maskz_cvtpd_ps(0xFF, v));
+}
+
+// Truncates; every value must be that of an int32_t.
+NEB_INLINE void toInts(Lanes<int32_t, 4> &ints, const Lanes<float, 4> &v) {
+  ints = Lanes<int32_t, 4>(_mm_cvttps_epi32(v));
+}
+QAV_TARGET_AVX2 NEB_INLINE void toInts(Lanes<int32_t, 8> &ints, const Lanes<float, 8> &v) {
+  ints = Lanes<int32_t, 8>(_mm256_cvttps_epi32(v));
+}
+
+// x * r + 1, rounded once. This is the only place that asks for the instruction.
+QAV_TARGET_AVX2 NEB_INLINE void fusedProductPlusOne(Lanes<float, 4> &v, const Lanes<float, 4> &x,
+                                                    const Lanes<float, 4> &r) {
+  v = _mm_fmadd_ps(x, r, _mm_set1_ps(1.0f));
+}
+QAV_TARGET_AVX2 NEB_INLINE void fusedProductPlusOne(Lanes<float, 8> &v, const Lanes<float, 8> &x,
+                                                    const Lanes<float, 8> &r) {
+  v = _mm256_fmadd_ps(x, r, _mm256_set1_ps(1.0f));
 }
 
 #else

@@ -137,7 +137,7 @@ QAV_BENCH = addStageAtEveryLevel("quantisation and packing, stereo frame", [](Cp
     II_encode_scale(f.allocation, f.scfsi, f.scaleIndex, frame, writer);
     QuantizedFrame quantized[2];
     s->session->kernels.quantization(f.scaleIndex, f.sbSample, f.allocation, quantized, frame);
-    II_sample_encoding(quantized, f.allocation, frame, writer);
+    s->session->kernels.sampleEncoding(quantized, f.allocation, frame, writer);
     keep(s->out.data());
   };
 });

@@ -27,23 +27,31 @@ namespace {
 // integers: a coefficient is 8 times its coarse part, which only the large ones in the middle have, plus its fine part.
 // The transform is done in double precision, and rounded once.
 
-constexpr int kTimes = int(kSubbandSamples);         // blocks of 32 samples in a frame
-constexpr int kOldTimes = int(kFilterHistory) / 32;  // blocks that are kept of earlier frames
-constexpr int kColumns = kOldTimes + kTimes;         // a window ends with the block of its own time
+constexpr int kTimes = int(kSubbandSamples);          // blocks of 32 samples in a frame
+constexpr int kOldBlocks = int(kFilterHistory) / 32;  // blocks that are kept of earlier frames
+constexpr int kBlocks = kOldBlocks + kTimes;          // a window ends with the block of its own time
+constexpr int kPairs = kBlocks - 2;                   // of blocks b and b + 2, 64 samples apart
+constexpr int kPhaseLength = (kPairs + 2) / 3;
 constexpr int kTaps = 8;
 
-// rows[r][b]: sample r of block b and, 64 samples later, sample r of block b + 2.
-using PairRows = int32_t[32][kColumns];
+// Sample r of block b and, in the same word, of block b + 2: all r apart, all b that are equal modulo 3 side by side. For
+// what stands side by side at the output, every third time, the pairs under one tap then stand side by side too.
+struct PairRows {
+  int32_t pairs[32][3 * kPhaseLength];
+  int32_t behind[8];  // what vectors read beyond the twelve pairs they need; before the end they read the next ones
+};
+
+constexpr int pairPlace(int b) { return b % 3 * kPhaseLength + b / 3; }
 
 // Taps j + 1 and j: for the earlier and the later sample of a pair.
 struct TapPair {
   int16_t earlier, later;
 };
 
-// One Y, or its negative: what multiplies rows[row][t + column - 4n], n = 0 .. 3, and, coarsely, rows[row][t + column - 6].
+// One Y, or its negative. For i < 32 its taps 2n and 2n + 1 multiply the pair t + 13 - 4n of the row, taps 3 and 4, coarsely,
+// the pair t + 7; for the others it is one pair earlier each.
 struct PartialSum {
   int row;
-  int column;
   std::array<TapPair, kTaps / 2> fine;
   TapPair coarse;
 };
@@ -62,7 +70,7 @@ constexpr Coefficient coefficient(int i, int j, int sign) {
 }
 
 constexpr PartialSum partialSum(int i, int sign) {
-  PartialSum sum{31 - i % 32, kOldTimes - 2 - i / 32, {}, {}};
+  PartialSum sum{31 - i % 32, {}, {}};
   for (int n = 0; n < kTaps / 2; ++n)
     sum.fine[unsigned(n)] = {coefficient(i, 2 * n + 1, sign).fine, coefficient(i, 2 * n, sign).fine};
   sum.coarse = {coefficient(i, 4, sign).coarse, coefficient(i, 3, sign).coarse};
@@ -95,10 +103,12 @@ constexpr bool sumsFit() {
 }
 static_assert(sumsFit());
 
-// F of all times: coarse * 8 + fine.
+constexpr int kNewestPair[2] = {kOldBlocks - 2, kOldBlocks - 3};  // of time 0, for i < 32 and i >= 32
+
+// F of all times: coarse * 8 + fine. Vectors may write four values beyond the last one.
 struct FoldedFrame {
-  int32_t fine[32][kTimes];
-  int32_t coarse[32][kTimes];
+  int32_t fine[32][kTimes + 4];
+  int32_t coarse[32][kTimes + 4];
 };
 
 #define QAV_LEVEL baseline

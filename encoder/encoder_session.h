@@ -9,6 +9,7 @@
 #include "encoder/bit_writer.h"
 #include "encoder/frame_shapes.h"
 #include "encoder/quantization.h"
+#include "encoder/sample_encoding.h"
 #include "encoder/scale_factors.h"
 #include "include/qav.h"
 
@@ -20,6 +21,7 @@ struct EncoderKernels {
   ScaleFactorFn scaleFactors;
   AllocationFn allocation;
   QuantizationFn quantization;
+  SampleEncodingFn sampleEncoding;
 };
 
 }  // namespace qav

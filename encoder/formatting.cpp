@@ -28,23 +28,6 @@ void II_encode_bit_alloc(const uint32_t allocation[2][32], const FrameParams &fr
       putbits(writer, allocation[ch][sb], frame.allocTable[sb][0].bits);
 }
 
-void II_sample_encoding(const QuantizedFrame quantized[2], const uint32_t allocation[2][32], const FrameParams &frame,
-                        BitWriter &writer) {
-  const int32_t channels = codedChannels(frame);
-  for (uint32_t granule = 0; granule < kGranules; ++granule)
-    for (int32_t sb = 0; sb < frame.sblimit; ++sb)
-      for (int32_t ch = 0; ch < channels; ++ch) {
-        if (allocation[ch][sb] == 0) continue;
-        const AllocEntry &e = frame.allocTable[sb][allocation[ch][sb]];
-        const uint32_t *const q = quantized[ch][sb] + 3 * granule;
-        if (e.group == 3) {
-          for (uint32_t i = 0; i < 3; ++i) putbits(writer, q[i], e.bits);
-        } else {
-          putbits(writer, q[0] + e.steps * (q[1] + e.steps * q[2]), e.bits);
-        }
-      }
-}
-
 void writeStuffing(int32_t bits, BitWriter &writer) {
   while (bits > 0) {
     const int32_t piece = std::min(bits, 24);

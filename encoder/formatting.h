@@ -1,10 +1,9 @@
-// Writing a frame: header, side information, samples, stuffing (ISO/IEC 11172-3 clause 2.4.1).
+// Writing a frame: header, allocation, stuffing (ISO/IEC 11172-3 clause 2.4.1).
 #pragma once
 
 #include <cstdint>
 
 #include "encoder/bit_writer.h"
-#include "encoder/frame_shapes.h"
 #include "include/qav.h"
 
 namespace qav {
@@ -12,10 +11,6 @@ namespace qav {
 void writeHeader(const FrameParams &frame, BitWriter &writer);
 
 void II_encode_bit_alloc(const uint32_t allocation[2][32], const FrameParams &frame, BitWriter &writer);
-
-// The codewords of the twelve granules, one after the other.
-void II_sample_encoding(const QuantizedFrame quantized[2], const uint32_t allocation[2][32], const FrameParams &frame,
-                        BitWriter &writer);
 
 // Appends `bits` zeros; none when negative.
 void writeStuffing(int32_t bits, BitWriter &writer);

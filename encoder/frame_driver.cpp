@@ -61,7 +61,7 @@ extern "C" int32_t zo_mpeg_Encode1Frame(EncoderSession *session, const int16_t *
 
   QuantizedFrame quantized[2];
   s.kernels.quantization(scaleIndex, s.sbSample, allocation, quantized, frame);
-  II_sample_encoding(quantized, allocation, frame, writer);
+  s.kernels.sampleEncoding(quantized, allocation, frame, writer);
   writeStuffing(bitsAvailable, writer);
   *outBytes = writer.position / 8;
   return 0;

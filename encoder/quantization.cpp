@@ -1,30 +1,32 @@
 #include "encoder/quantization.h"
 
 #include <array>
+#include <bit>
+#include <cstring>
 
+#include "base/lanes.h"
+#include "base/wide_lanes.h"
 #include "encoder/coded_channels.h"
 
 namespace qav {
 namespace {
 
-// The coefficients A by quantisation class (ISO/IEC 11172-3 Table C.6); B is A - 1.
-constexpr float aTbl[17] = {0.75f,
-                            0.625f,
-                            0.875f,
-                            0.5625f,
-                            0.9375f,
-                            0.96875f,
-                            0.984375f,
-                            0.9921875f,
-                            0.99609375f,
-                            0.998046875f,
-                            0.9990234375f,
-                            0.99951171875f,
-                            0.999755859375f,
-                            0.9998779296875f,
-                            0.99993896484375f,
-                            0.999969482421875f,
-                            0.9999847412109375f};
+struct Quantizer {
+  float a;       // the coefficient A (ISO/IEC 11172-3 Table C.6); B is A - 1
+  float scale;   // 2^n, n the number of bits behind the sign
+  int32_t sign;  // bit n
+};
+
+// By quantisation class. A is levels / 2^(n + 1).
+constexpr std::array<Quantizer, 17> quantizers = [] {
+  constexpr uint32_t kLevels[17] = {3, 5, 7, 9, 15, 31, 63, 127, 255, 511, 1023, 2047, 4095, 8191, 16383, 32767, 65535};
+  std::array<Quantizer, 17> table{};
+  for (unsigned i = 0; i < 17; ++i) {
+    const uint32_t sign = std::bit_floor(kLevels[i]);
+    table[i] = {float(kLevels[i]) / float(2 * sign), float(sign), int32_t(sign)};
+  }
+  return table;
+}();
 
 // The reciprocals of the scale factors: 2^(i/3 - 1); entry 63 meets nothing but zeros.
 constexpr std::array<float, 64> multipleR = [] {
@@ -40,38 +42,71 @@ constexpr std::array<float, 64> multipleR = [] {
 }();
 
 // With x / scale in [-1, 1], d - 1 is the standard's A x / scale + B: its sign, inverted, and its fraction make the code.
-NEB_INLINE uint32_t quantize(float x, float r, float a, uint32_t n) {
-  const float d = fusedProductPlusOne(x, r) * a;
-  const bool notNegative = d >= 1.0f;
-  const float fraction = notNegative ? d - 1.0f : d;
-  const uint32_t sign = notNegative ? 1u << n : 0u;
-  return uint32_t(int32_t(fraction * float(1u << n))) | sign;
+void quantizeSubbandPlainly(const float x[kSubbandSamples], const float r[kParts], const Quantizer &quantizer,
+                            uint32_t codes[kSubbandSamples]) {
+  for (uint32_t place = 0; place < kSubbandSamples; ++place) {
+    const float d = fusedProductPlusOne(x[place], r[place % kGranules / kPartGranules]) * quantizer.a;
+    const bool notNegative = d >= 1.0f;
+    const int32_t code = int32_t((notNegative ? d - 1.0f : d) * quantizer.scale);
+    codes[place] = uint32_t(code | (notNegative ? quantizer.sign : 0));
+  }
 }
 
-NEB_INLINE void quantizationBody(const ScaleIndices scaleIndex[2], const SubbandFrame sbSample[2],
-                                 const uint32_t allocation[2][32], QuantizedFrame quantized[2],
-                                 const FrameParams &frame) {
-  for (int32_t ch = 0; ch < codedChannels(frame); ++ch)
-    for (int32_t sb = 0; sb < frame.sblimit; ++sb) {
-      if (allocation[ch][sb] == 0) continue;
-      const AllocEntry &e = frame.allocTable[sb][allocation[ch][sb]];
-      const float a = aTbl[e.quant];
-      const uint32_t n = uint32_t(std::bit_width(e.steps)) - 1;
-      for (uint32_t part = 0; part < kParts; ++part) {
-        const float r = multipleR[scaleIndex[ch][part][sb]];
-        for (uint32_t t = part * kPartSamples; t < (part + 1) * kPartSamples; ++t)
-          quantized[ch][sb][t] = quantize(sbSample[ch][sb][t], r, a, n);
-      }
-    }
+#if defined(__x86_64__)
+
+// x * r + 1 of two lanes, rounded to double. Lanes of `suspect` become other than 0 when that was not exact and ended in
+// the middle between two floats: only then does the rounding to single precision err.
+NEB_INLINE Lanes<double, 2> productPlusOne(const Lanes<float, 4> &x, const Lanes<float, 4> &r,
+                                           Lanes<int32_t, 4> &suspect) {
+  using Ints = Lanes<int32_t, 4>;
+  const Lanes<double, 2> product = Lanes<double, 2>(_mm_cvtps_pd(x)) * Lanes<double, 2>(_mm_cvtps_pd(r));
+  const Lanes<double, 2> sum = product + 1.0;
+  const Lanes<double, 2> error = product - (sum - 1.0);
+  // The 29 bits that a float has not are the low bits of the low word; what the high word adds does not matter.
+  suspect |= ((Ints(sum) << 3) == INT32_MIN) & Ints(error != 0.0);
+  return sum;
 }
+
+NEB_INLINE void productPlusOneRoundedTwice(Lanes<float, 4> &v, const Lanes<float, 4> &x, const Lanes<float, 4> &r,
+                                           Lanes<int32_t, 4> &suspect) {
+  const Lanes<double, 2> low = productPlusOne(x, r, suspect);
+  const Lanes<double, 2> high = productPlusOne(_mm_movehl_ps(x, x), _mm_movehl_ps(r, r), suspect);
+  v = _mm_movelh_ps(_mm_cvtpd_ps(low), _mm_cvtpd_ps(high));
+}
+
+#define QAV_LEVEL baseline
+#define QAV_TARGET
+#define QAV_FUSED 0
+#include "encoder/quantization_kernel.inl"
+
+#define QAV_LEVEL fused
+#define QAV_TARGET QAV_TARGET_AVX2
+#define QAV_FUSED 1
+#include "encoder/quantization_kernel.inl"
+
+#endif
 
 }  // namespace
 
 void II_subband_quantization(const ScaleIndices scaleIndex[2], const SubbandFrame sbSample[2],
                              const uint32_t allocation[2][32], QuantizedFrame quantized[2], const FrameParams &frame) {
-  quantizationBody(scaleIndex, sbSample, allocation, quantized, frame);
+  for (int32_t ch = 0; ch < codedChannels(frame); ++ch)
+    for (int32_t sb = 0; sb < frame.sblimit; ++sb) {
+      if (allocation[ch][sb] == 0) continue;
+      float r[kParts];
+      for (uint32_t part = 0; part < kParts; ++part) r[part] = multipleR[scaleIndex[ch][part][sb]];
+      const AllocEntry &e = frame.allocTable[sb][allocation[ch][sb]];
+      quantizeSubbandPlainly(sbSample[ch][sb], r, quantizers[e.quant], quantized[ch][sb]);
+    }
 }
 
-QuantizationFn quantizationFor(CpuLevel) { return II_subband_quantization; }
+QuantizationFn quantizationFor(CpuLevel level) {
+#if defined(__x86_64__)
+  return level >= CpuLevel::Avx2 ? fused::quantize : baseline::quantize;
+#else
+  static_cast<void>(level);
+  return II_subband_quantization;
+#endif
+}
 
 }  // namespace qav

@@ -15,7 +15,7 @@ namespace qav {
 //
 // A product of two floats is exact in double precision. The sum is not always, and rounding it twice errs where the first
 // rounding ends just between two floats: there the error of the first rounding says which way the second must go. The
-// error is exact: either |x * r| < 1, or, the product having no more than 48 bits, the sum is.
+// error is exact: either |x * r| < 1, or, as a product of 48 bits below 2^52, the sum is.
 NEB_INLINE float fusedProductPlusOne(float x, float r) {
   const double product = double(x) * double(r);
   const double sum = product + 1.0;
@@ -35,7 +35,7 @@ using QuantizationFn = void (*)(const ScaleIndices scaleIndex[2], const SubbandF
 
 QuantizationFn quantizationFor(CpuLevel level);
 
-// The same at the level every CPU has.
+// The same, sample by sample.
 void II_subband_quantization(const ScaleIndices scaleIndex[2], const SubbandFrame sbSample[2],
                              const uint32_t allocation[2][32], QuantizedFrame quantized[2], const FrameParams &frame);
 

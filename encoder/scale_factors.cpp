@@ -19,10 +19,10 @@ NEB_INLINE Floats magnitude(const float *p) { return Floats(loadLanes<Ints>(p) &
 
 NEB_INLINE Floats larger(Floats a, Floats b) { return a > b ? a : b; }
 
-// The largest magnitude of a part, three samples to a lane.
+// The largest magnitude of each of a part's four granules.
 NEB_INLINE Floats partMaxima(const float *part) {
-  static_assert(kPartSamples == 12);
-  return larger(larger(magnitude(part), magnitude(part + 4)), magnitude(part + 8));
+  static_assert(kPartGranules == 4);
+  return larger(larger(magnitude(part), magnitude(part + kGranules)), magnitude(part + 2 * kGranules));
 }
 
 // Scale factor i is 2^(1 - i/3): three to each power of two, 2^e, 2^(e + 1/3) and 2^(e + 2/3), where i is 3 - 3e, 2 - 3e
@@ -49,7 +49,7 @@ NEB_INLINE void scaleFactorBody(const SubbandFrame sbSample[2], ScaleIndices sca
       uint32_t *const indices = scaleIndex[ch][part];
       for (int32_t sb = 0; sb < sblimit; sb += 4) {
         Floats max[4];
-        for (int32_t i = 0; i < 4; ++i) max[i] = partMaxima(sbSample[ch][sb + i] + part * kPartSamples);
+        for (int32_t i = 0; i < 4; ++i) max[i] = partMaxima(sbSample[ch][sb + i] + part * kPartGranules);
         // Lane i of the maximum is that of subband sb + i.
         const Floats a = __builtin_shufflevector(max[0], max[1], 0, 4, 1, 5);
         const Floats b = __builtin_shufflevector(max[0], max[1], 2, 6, 3, 7);

@@ -79,7 +79,8 @@ uint32_t initEncoder(EncoderSession **session, uint32_t samplingRateHz, uint32_t
   s->slotLag = -s->fracSlots;
   s->byteSwap = options[4];
   s->allocationPlan = planAllocation(frame);
-  s->kernels = {analysisFor(level), scaleFactorsFor(level), allocationFor(level), quantizationFor(level)};
+  s->kernels = {analysisFor(level), scaleFactorsFor(level), allocationFor(level), quantizationFor(level),
+                sampleEncodingFor(level)};
   *session = s;
   return QAV_ENCODE_OK;
 }

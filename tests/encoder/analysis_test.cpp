@@ -71,7 +71,7 @@ class Analysis : public testing::TestWithParam<CpuLevel> {
       SubbandFrame frame;
       analysisFor(GetParam())(history, signal.data() + at, channel, frame);
       for (int t = 0; t < kTimes; ++t)
-        for (int k = 0; k < 32; ++k) out.push_back(frame[k][t]);
+        for (int k = 0; k < 32; ++k) out.push_back(frame[k][samplePlace(uint32_t(t))]);
     }
     return out;
   }

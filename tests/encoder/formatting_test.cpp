@@ -5,6 +5,7 @@
 #include <cstring>
 #include <vector>
 
+#include "encoder/sample_encoding.h"
 #include "format/alloc_tables.h"
 #include "tests/support/random.h"
 
@@ -62,7 +63,7 @@ TEST(SampleEncoding, AGranuleOfThreeLevels) {
   QuantizedFrame quantized[2] = {};
   allocation[0][0] = 1;
   for (uint32_t g = 0; g < kGranules; ++g)
-    for (uint32_t i = 0; i < 3; ++i) quantized[0][0][3 * g + i] = i;
+    for (uint32_t i = 0; i < 3; ++i) quantized[0][0][samplePlace(3 * g + i)] = i;
   uint8_t bytes[32] = {};
   BitWriter writer = {bytes, 0};
   II_sample_encoding(quantized, allocation, frameOf(1, 1, 30), writer);
@@ -78,7 +79,8 @@ void encodePlainly(const QuantizedFrame quantized[2], const uint32_t allocation[
       for (int32_t ch = 0; ch < frame.channels; ++ch) {
         if (allocation[ch][sb] == 0) continue;
         const AllocEntry &e = frame.allocTable[sb][allocation[ch][sb]];
-        const uint32_t *const q = quantized[ch][sb] + 3 * granule;
+        uint32_t q[3];
+        for (uint32_t i = 0; i < 3; ++i) q[i] = quantized[ch][sb][samplePlace(3 * granule + i)];
         if (e.group == 3)
           for (int i = 0; i < 3; ++i) putbits(writer, q[i], e.bits);
         else

@@ -94,12 +94,12 @@ class Quantization : public testing::TestWithParam<CpuLevel> {
 TEST_P(Quantization, NamedCases) {
   index[0][0][0] = index[0][1][0] = index[0][2][0] = 3;  // scale factor 1
   allocation[0][0] = 1;                                  // 3 levels
-  samples[0][0][1] = 1.0f;
-  samples[0][0][2] = -1.0f;
+  samples[0][0][samplePlace(1)] = 1.0f;
+  samples[0][0][samplePlace(2)] = -1.0f;
   quantize();
   EXPECT_EQ(quantized[0][0][0], 1u);
-  EXPECT_EQ(quantized[0][0][1], 3u) << "one past the largest code, and not clamped";
-  EXPECT_EQ(quantized[0][0][2], 0u);
+  EXPECT_EQ(quantized[0][0][samplePlace(1)], 3u) << "one past the largest code, and not clamped";
+  EXPECT_EQ(quantized[0][0][samplePlace(2)], 0u);
   EXPECT_EQ(quantized[1][0][0], 0x5A5A5A5Au) << "subbands without bits are left alone";
   EXPECT_EQ(quantized[0][1][0], 0x5A5A5A5Au);
 }
@@ -124,10 +124,10 @@ TEST_P(Quantization, EveryQuantiserFollowsTheStandard) {
     for (int ch = 0; ch < 2; ++ch)
       for (int sb = 0; sb < 30; ++sb) {
         allocation[ch][sb] = random() % (1u << frame.allocTable[sb][0].bits);
-        for (int part = 0; part < 3; ++part) {
+        for (uint32_t part = 0; part < 3; ++part) {
           index[ch][part][sb] = random() % 63;
-          for (int j = 0; j < 12; ++j)
-            samples[ch][sb][12 * part + j] = float(unit(random) * double(multiple[index[ch][part][sb]]));
+          for (uint32_t j = 0; j < 12; ++j)
+            samples[ch][sb][samplePlace(12 * part + j)] = float(unit(random) * double(multiple[index[ch][part][sb]]));
         }
       }
     quantize();
@@ -135,9 +135,10 @@ TEST_P(Quantization, EveryQuantiserFollowsTheStandard) {
       for (int sb = 0; sb < 30; ++sb) {
         if (allocation[ch][sb] == 0) continue;
         const uint32_t levels = frame.allocTable[sb][allocation[ch][sb]].steps;
-        for (int t = 0; t < 36; ++t) {
-          const double x = double(samples[ch][sb][t]) / double(multiple[index[ch][t / 12][sb]]);
-          const uint32_t expected = standardCode(x, levels), actual = quantized[ch][sb][t];
+        for (uint32_t t = 0; t < 36; ++t) {
+          const uint32_t place = samplePlace(t);
+          const double x = double(samples[ch][sb][place]) / double(multiple[index[ch][t / 12][sb]]);
+          const uint32_t expected = standardCode(x, levels), actual = quantized[ch][sb][place];
           // A value within rounding of a border between two codes may fall to either side.
           ASSERT_LE(std::abs(int64_t(expected) - int64_t(actual)), 1)
               << "seed " << kSeed << ", " << levels << " levels";
@@ -162,10 +163,10 @@ TEST_P(Quantization, EveryLevelGivesThePlainBits) {
     for (int ch = 0; ch < 2; ++ch)
       for (int sb = 0; sb < 32; ++sb) {
         allocation[ch][sb] = sb < frame.sblimit ? random() % (1u << frame.allocTable[sb][0].bits) : 0;
-        for (int part = 0; part < 3; ++part) {
+        for (uint32_t part = 0; part < 3; ++part) {
           index[ch][part][sb] = random() % 64;
-          for (int j = 0; j < 12; ++j) {
-            float &x = samples[ch][sb][12 * part + j];
+          for (uint32_t j = 0; j < 12; ++j) {
+            float &x = samples[ch][sb][samplePlace(12 * part + j)];
             x = unit(random) * multiple[index[ch][part][sb]];
             if (random() % 8 == 0) x = std::bit_cast<float>(random() & 0x807FFFFF);  // denormal or zero
             // Next to the middle of two floats, where rounding twice would show.

@@ -16,9 +16,9 @@ namespace qav {
 namespace {
 
 // The search of the standard: the smallest table value that is not below the largest magnitude.
-uint32_t searchedIndex(const float *part) {
-  float largest = std::abs(part[0]);
-  for (int j = 1; j < 12; ++j) largest = std::max(largest, std::abs(part[j]));
+uint32_t searchedIndex(const float subband[kSubbandSamples], uint32_t part) {
+  float largest = 0;
+  for (uint32_t t = 12 * part; t < 12 * part + 12; ++t) largest = std::max(largest, std::abs(subband[samplePlace(t)]));
   for (uint32_t i = 62; i > 0; --i)
     if (largest <= multiple[i]) return i;
   return 0;
@@ -46,9 +46,9 @@ TEST_P(ScaleFactors, TheTableAndItsNeighbours) {
     for (const float m : {value, std::nextafter(value, 9.0f), std::nextafter(value, 0.0f)})
       for (uint32_t place = 0; place < 12; ++place) {
         std::memset(samples, 0, sizeof samples);
-        samples[1][5][12 + place] = place % 2 == 0 ? m : -m;
+        samples[1][5][samplePlace(12 + place)] = place % 2 == 0 ? m : -m;
         calculate(2, 30);
-        ASSERT_EQ(index[1][1][5], searchedIndex(&samples[1][5][12])) << "around entry " << i << ", place " << place;
+        ASSERT_EQ(index[1][1][5], searchedIndex(samples[1][5], 1)) << "around entry " << i << ", place " << place;
         ASSERT_EQ(m == value ? index[1][1][5] : i, i);
         ASSERT_EQ(index[1][0][5], 62u);
       }
@@ -84,7 +84,7 @@ TEST_P(ScaleFactors, RandomSamplesAgainstTheSearch) {
     for (int ch = 0; ch < 2; ++ch)
       for (int part = 0; part < 3; ++part)
         for (int sb = 0; sb < 32; ++sb)
-          ASSERT_EQ(index[ch][part][sb], sb < sblimit ? searchedIndex(&samples[ch][sb][12 * part]) : 63u)
+          ASSERT_EQ(index[ch][part][sb], sb < sblimit ? searchedIndex(samples[ch][sb], uint32_t(part)) : 63u)
               << "seed " << kSeed << ", round " << round;
   }
 }
