@@ -93,9 +93,10 @@ extern "C" {
 #define QAV_DECODE_OUT_BYTES(inBytes) (((inBytes) / 32u + 1u) * QAV_MAX_FRAME_PCM_BYTES)
 
 /** Output bytes that suffice for one encoding QAV_convert() call of `inBytes` bytes of PCM (bytes of samples after
- *  8-bit input has been widened) from `inFreqHz` to `outFreqHz`, mono or stereo. */
-#define QAV_ENCODE_OUT_BYTES(inBytes, inFreqHz, outFreqHz)                                             \
-  ((uint32_t)(((uint64_t)(inBytes) * (outFreqHz) / (inFreqHz) / 2304u + 3u) * (QAV_MAX_FRAME_BYTES)) + \
+ *  8-bit input has been widened; 0: the end) from `inFreqHz` to `outFreqHz`, mono or stereo: almost a block of 1152
+ *  sample frames may have waited for these bytes. */
+#define QAV_ENCODE_OUT_BYTES(inBytes, inFreqHz, outFreqHz)                                                       \
+  ((uint32_t)((((uint64_t)(inBytes) + 4608u) * (outFreqHz) / (inFreqHz) / 2304u + 2u) * (QAV_MAX_FRAME_BYTES)) + \
    QAV_ENCODE_SLACK_BYTES)
 
 /* ------------------------------------------------------------------------------------------------------- types ---- */
@@ -272,8 +273,8 @@ QAV_API uint32_t QAV_getConfigure(QAV_Handle *h, uint32_t item, uint32_t *value,
  *  @param h         a detected converter
  *  @param in        `inBytes` bytes, of any alignment; may be null when `inBytes` is 0
  *  @param inBytes   0 .. buffer size (resampling 16-bit input: no limit)
- *  @param out       room for what the block can yield: QAV_DECODE_OUT_BYTES(), QAV_ENCODE_OUT_BYTES(); resampling, one
- *                   sample frame more than the ratio gives; aligned for int16_t unless it receives a Layer II stream
+ *  @param out       room for what the block can yield: QAV_DECODE_OUT_BYTES(), QAV_ENCODE_OUT_BYTES(); resampling, two
+ *                   sample frames more than the ratio gives; of any alignment
  *  @param outBytes  receives the number of bytes written to `out`; untouched when the result is QAV_TOO_LONG
  *  @return QAV_OK, also when damaged input was passed over; QAV_TOO_LONG; QAV_BAD_STATE for a null or undetected handle
  *          or an inner failure; QAV_ENDED for a second short block when encoding. After QAV_BAD_STATE and QAV_ENDED
@@ -286,8 +287,7 @@ QAV_API uint32_t QAV_convert(QAV_Handle *h, const uint8_t *in, uint32_t inBytes,
  *  @return QAV_OK always */
 QAV_API uint32_t QAV_releaseConfigure(QAV_Handle *h);
 
-/** Delete a converter. After a QAV_detectConfigure() that failed, call QAV_releaseConfigure() first: what the failed
- *  detection had built is released only there.
+/** Delete a converter in any state, with all that it built.
  *
  *  @param h  the converter; not used afterwards
  *  @return QAV_OK; QAV_BAD_STATE for null */
