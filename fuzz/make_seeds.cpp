@@ -1,0 +1,156 @@
+// Writes the seeds of every fuzz target: make_seeds TEST-DATA FOLDER makes FOLDER/TARGET/... afresh, always the same.
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string>
+
+#include "fuzz/fuzz.h"
+#include "include/qav.h"
+
+using namespace qav::fuzz;
+namespace fs = std::filesystem;
+
+namespace {
+
+fs::path root;
+
+Bytes operator+(Bytes a, const Bytes &b) {
+  a.insert(a.end(), b.begin(), b.end());
+  return a;
+}
+
+Bytes noise(uint32_t seed, size_t n) {
+  Noise random(seed * 2654435761u);
+  Bytes b(n);
+  for (uint8_t &v : b) v = uint8_t(random.next() >> 11);
+  return b;
+}
+
+Bytes word(uint32_t v) { return {uint8_t(v), uint8_t(v >> 8)}; }
+
+Bytes firstBytes(const fs::path &file, size_t n) {
+  std::ifstream in(file, std::ios::binary);
+  Bytes b(std::istreambuf_iterator<char>(in), {});
+  b.resize(std::min(b.size(), n));
+  return b;
+}
+
+void seed(const std::string &target, const std::string &name, const Bytes &bytes) {
+  fs::create_directories(root / target);
+  std::ofstream out(root / target / name, std::ios::binary);
+  out.write(reinterpret_cast<const char *>(bytes.data()), std::streamsize(bytes.size()));
+}
+
+Bytes headerOf(uint32_t id, uint32_t layer, uint32_t bitrateIndex, uint32_t samplingIndex, uint32_t mode) {
+  return {0xFF, uint8_t(0xF1 | id << 3 | (4 - layer) << 1), uint8_t(bitrateIndex << 4 | samplingIndex << 2),
+          uint8_t(mode << 6 | 0x10)};
+}
+
+Bytes encoded(uint32_t hz, uint32_t kbps, uint32_t channels, int frames) {
+  EncoderSession *s = nullptr;
+  if (zo_mpeg_Encode1FrameInit(&s, hz, kbps, channels, nullptr) != QAV_ENCODE_OK) return {};
+  Bytes stream;
+  for (int i = 0; i < frames; ++i) {
+    Input in(reinterpret_cast<const uint8_t *>("\5\20\377\37\1"), 5);
+    const Samples pcm = madeSamples(in, 1152 * channels);
+    Bytes frame(QAV_MAX_FRAME_BYTES + QAV_ENCODE_SLACK_BYTES);
+    uint32_t bytes = 0;
+    zo_mpeg_Encode1Frame(s, pcm.data(), 1152, frame.data(), &bytes);
+    frame.resize(bytes);
+    stream = stream + frame;
+  }
+  zo_mpeg_Encode1FrameTerm(s);
+  return stream;
+}
+
+void unitSeeds() {
+  for (uint32_t i = 0; i < 12; ++i) {
+    const std::string name = std::to_string(i);
+    seed("byte_fifo", name, word(i * i * 40) + noise(i, 200));
+    seed("frame_header", name,
+         headerOf(i & 1, 1 + i / 6, 1 + i, i % 3, i % 4) + noise(i, 133) + headerOf(1, 2, 10, 0, 1));
+    seed("freq_change", name, Bytes{uint8_t(i << 3)} + noise(i, 20 + i * 30));
+    seed("freq_change", "any" + name, Bytes{uint8_t(i * 7 | 3)} + noise(i, 300));
+  }
+  for (uint8_t i = 0; i < 15; ++i) seed("rdft", std::to_string(i), Bytes{uint8_t(i | i << 6), 8, 2} + noise(i, 4));
+  seed("rdft", "samples", Bytes{8, 10} + noise(1, 2048));
+}
+
+void encoderSeeds() {
+  for (uint8_t i = 0; i < 28; ++i) {
+    const std::string name = std::to_string(i);
+    const Bytes frames = Bytes{0, 1, 2, 0, 0, 7, 7, 0, 1, 5, 9, 0, 9, 3, 3, 255, 100, 0, 1, 1, 9, 0, 0, 0, 0};
+    seed("encoder", name,
+         Bytes{uint8_t(i / 14 << 3 | 16), i, uint8_t(1 + i % 14), 0, 1, 0, uint8_t(i & 1), 0} + frames);
+    seed("reconstruction", "trip" + name,
+         Bytes{1, uint8_t(i / 14), uint8_t(i % 3), uint8_t(i % 14), uint8_t(i & 1)} +
+             Bytes{uint8_t(i), 40, 255, 31, 3, uint8_t(i + 1), 99, 99, 99, 9});
+  }
+  seed("encoder", "refused", Bytes{7, 129, 1, 0, 3, 40, 2});
+  seed("encoder", "samples", Bytes{8, 1, 8, 0, 0} + noise(5, 3000));
+}
+
+// Calls as the converter's target reads them.
+Bytes setItem(uint8_t item, uint8_t valueIndex) { return {0, 0, uint8_t(item - 1), 0, valueIndex}; }
+const Bytes kDetect = {100};
+const Bytes kConvert2048 = {150, 1, 0, 8, 1};
+const Bytes kConvertMade = {150, 1, 0, 40, 0, 5, 20, 255, 31, 3};
+const Bytes kEnd = {150, 0, 0, 0};
+
+void converterSeeds() {
+  for (uint8_t i = 0; i < 8; ++i) {
+    const Bytes items = setItem(1, uint8_t(9 + i % 4)) + setItem(4, uint8_t(1 + i % 2)) + setItem(10, i & 1);
+    const Bytes eightBit = i & 4 ? Bytes{0, 0, 11, 0, 1, 0, 0, 12, 0, 3} : Bytes();
+    const Bytes calls = kDetect + kConvertMade + kConvertMade + kEnd + kEnd + Bytes{245} + kDetect;
+    const std::string name = std::to_string(i);
+    seed("converter", "encode" + name, setItem(6, 2) + setItem(2, 13) + items + eightBit + calls);
+    seed("converter", "resample" + name, setItem(2, uint8_t(9 + i)) + items + eightBit + calls);
+    seed("converter", "noise" + name, noise(i, 400));
+  }
+}
+
+void streamSeeds(const fs::path &data) {
+  size_t streams = 0;
+  const auto add = [&](const std::string &name, const Bytes &stream) {
+    ++streams;
+    seed("decoder", name, Bytes{1} + stream);
+    seed("cuts", name, Bytes{0, 3, 1, 90, 7} + stream);
+    seed("converter", name, setItem(5, 1) + kDetect + kConvert2048 + stream);
+    seed("reconstruction", name, Bytes{0, 0x3A} + Bytes(stream.begin() + 2, stream.end()));
+  };
+  for (const auto &entry : fs::directory_iterator(data)) {
+    const std::string extension = entry.path().extension().string();
+    if (extension != ".mp1" && extension != ".mp2") continue;
+    add(entry.path().stem().string(), firstBytes(entry.path(), 2600));
+  }
+  add("encoded", encoded(48000, 64, 1, 3));
+  add("damaged", encoded(44100, 128, 2, 2) + noise(3, 100) + encoded(44100, 128, 2, 2));
+  for (uint32_t i = 0; i < 12; ++i) {
+    const Bytes body = headerOf(i & 1, 1 + i / 6, 1 + i, i % 3, i % 4) + noise(i, 900);
+    seed("decoder", "header" + std::to_string(i), Bytes{0, 0} + body);
+    seed("decoder", "body" + std::to_string(i), Bytes{0, 3} + body);
+    seed("cuts", "encode" + std::to_string(i), Bytes{uint8_t(2 | i << 2), 4, 9, 200, 3, 1} + noise(i, 20));
+    seed("cuts", "resample" + std::to_string(i), Bytes{uint8_t(3 | i << 2), 4, 9, 200, 3, 1} + noise(i, 20));
+  }
+  if (streams < 10) {
+    std::fprintf(stderr, "make_seeds: no streams in %s\n", data.c_str());
+    std::exit(1);
+  }
+}
+
+}  // namespace
+
+int main(int argc, char **argv) {
+  if (argc != 3) {
+    std::fprintf(stderr, "usage: make_seeds TEST-DATA FOLDER\n");
+    return 1;
+  }
+  root = argv[2];
+  fs::remove_all(root);
+  unitSeeds();
+  encoderSeeds();
+  converterSeeds();
+  streamSeeds(argv[1]);
+  return 0;
+}
