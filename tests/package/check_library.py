@@ -52,6 +52,7 @@ def check_exports(library, map_file, header):
     yield from (f"{name} is in the map but not declared" for name in listed(map_file) - declared(header))
     exported = dynamic_names(library, "--defined-only")
     yield from (f"{name} is exported but not in the map" for name in exported - listed(map_file))
+    yield from (f"{name} is in the map but not exported" for name in listed(map_file) - exported)
 
 
 def check_imports(library):

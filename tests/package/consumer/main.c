@@ -1,21 +1,35 @@
-/* Uses the installed library as a stranger would. */
+/* Uses the installed library as a stranger would: encodes a second of a square wave, and decodes it. */
 #include <qav.h>
 #include <stdio.h>
 
+static QAV_Handle *converter(uint32_t from, uint32_t to) {
+  QAV_Handle *h = NULL;
+  if (QAV_createHandle(&h) != QAV_OK) return NULL;
+  QAV_setConfigure(h, QAV_ITEM_IN_FORMAT, from);
+  QAV_setConfigure(h, QAV_ITEM_OUT_FORMAT, to);
+  if (to == QAV_FORMAT_LAYER2) QAV_setConfigure(h, QAV_ITEM_IN_FREQ_HZ, 48000);
+  QAV_setConfigure(h, QAV_ITEM_BUFFER_SIZE, 4 * 48000);
+  return QAV_detectConfigure(h) == QAV_OK ? h : NULL;
+}
+
 int main(void) {
-  const uint32_t allocation[2][32] = {{0}};
-  uint32_t crc = 0;
-  FrameParams fp = {0};
-  fp.id = 1;
-  fp.layer = 2;
-  fp.channels = 2;
-  fp.freqHz = 44100;
-  fp.kbps = 192;
-  neb_hdr_to_frps(&fp);
-  neb_I_CRC_calc(&fp, allocation, &crc);
-  if (fp.sblimit != 30 || crc == 0 || crc > 0xFFFF) {
-    fprintf(stderr, "sblimit %d, check word %u\n", (int)fp.sblimit, (unsigned)crc);
-    return 1;
+  enum { FRAMES = 48000, STREAM_FRAMES = FRAMES / 1152 };
+  static int16_t pcm[2 * FRAMES];
+  static uint8_t stream[QAV_ENCODE_OUT_BYTES(4 * FRAMES, 48000, 48000)];
+  static uint8_t decoded[QAV_DECODE_OUT_BYTES(sizeof stream)];
+  QAV_Handle *const encoder = converter(QAV_FORMAT_PCM, QAV_FORMAT_LAYER2);
+  QAV_Handle *const decoder = converter(QAV_FORMAT_MPEG, QAV_FORMAT_PCM);
+  uint32_t streamBytes = 0, decodedBytes = 0, version = 0;
+  int i;
+
+  if (encoder == NULL || decoder == NULL) return 1;
+  for (i = 0; i < 2 * FRAMES; ++i) pcm[i] = i / 200 % 2 ? 8000 : -8000;
+  if (QAV_convert(encoder, (const uint8_t *)pcm, sizeof pcm, stream, &streamBytes) != QAV_OK) return 2;
+  if (QAV_convert(decoder, stream, streamBytes, decoded, &decodedBytes) != QAV_OK) return 3;
+  if (decodedBytes != STREAM_FRAMES * QAV_MAX_FRAME_PCM_BYTES) {
+    fprintf(stderr, "%u bytes of stream, %u of PCM\n", (unsigned)streamBytes, (unsigned)decodedBytes);
+    return 4;
   }
-  return 0;
+  if (QAV_getConfigure(NULL, QAV_ITEM_VERSION, &version, NULL) != QAV_OK || version != QAV_VERSION) return 5;
+  return QAV_deleteHandle(encoder) != QAV_OK || QAV_deleteHandle(decoder) != QAV_OK;
 }
