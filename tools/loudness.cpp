@@ -1,0 +1,46 @@
+#include "tools/loudness.h"
+
+#include <algorithm>
+#include <cmath>
+#include <new>
+
+namespace qav::tool {
+
+// Histograms instead of lists of all blocks keep the memory constant; their steps are 0.1 LU.
+LoudnessMeter::LoudnessMeter(uint32_t freqHz, unsigned channels)
+    : state_(ebur128_init(channels, freqHz,
+                          EBUR128_MODE_I | EBUR128_MODE_LRA | EBUR128_MODE_TRUE_PEAK | EBUR128_MODE_HISTOGRAM)) {
+  if (!state_) throw std::bad_alloc();
+}
+
+void LoudnessMeter::add(const int16_t *samples, size_t frames) {
+  ebur128_add_frames_short(state_.get(), samples, frames);
+}
+
+void LoudnessMeter::add(const double *samples, size_t frames) {
+  ebur128_add_frames_double(state_.get(), samples, frames);
+}
+
+double LoudnessMeter::integratedLufs() const {
+  double value = -HUGE_VAL;
+  ebur128_loudness_global(state_.get(), &value);
+  return value;
+}
+
+double LoudnessMeter::rangeLu() const {
+  double value = 0.0;
+  ebur128_loudness_range(state_.get(), &value);
+  return value;
+}
+
+double LoudnessMeter::truePeakDbtp() const {
+  double peak = 0.0;
+  for (unsigned c = 0; c < state_->channels; ++c) {
+    double one = 0.0;
+    ebur128_true_peak(state_.get(), c, &one);
+    peak = std::max(peak, one);
+  }
+  return 20.0 * std::log10(peak);
+}
+
+}  // namespace qav::tool
