@@ -4,6 +4,9 @@
 
 namespace qav::tool {
 
-const std::vector<Subcommand> subcommands = {};
+const std::vector<Subcommand> subcommands = {
+    {"encode", "encode PCM files into Layer II streams", runEncode},
+    {"resample", "convert PCM files to another sampling rate", runResample},
+};
 
 }  // namespace qav::tool

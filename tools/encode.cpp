@@ -1,0 +1,193 @@
+// qav encode: PCM in, a Layer II stream out.
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cmath>
+#include <optional>
+#include <vector>
+
+#include "tools/layer2_encoder.h"
+#include "tools/layer2_format.h"
+#include "tools/message.h"
+#include "tools/output_file.h"
+#include "tools/output_names.h"
+#include "tools/pcm_options.h"
+#include "tools/subcommands.h"
+#include "tools/verifier.h"
+
+namespace qav::tool {
+
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+struct EncodeOptions : PcmOptions {
+  StreamRequest stream;
+  bool verify = false;
+};
+
+// What became of one input.
+struct Encoded {
+  StreamFormat format;
+  uint64_t samples = 0;  // per channel, at the stream's rate
+  uint64_t frames = 0;
+  uint64_t bytes = 0;
+};
+
+Encoded encodeStream(PcmInput &input, const StreamFormat &format, const StreamRequest &request, OutputFile &out,
+                     Verifier *verifier) {
+  Layer2Encoder encoder(format, request);
+  Encoded result{format};
+  std::vector<int16_t> samples(QAV_SAMPLES_PER_FRAME * format.channels);
+  bool ended = false;
+  for (;;) {
+    if (!ended) {
+      const size_t n = input.read(samples.data(), QAV_SAMPLES_PER_FRAME);
+      result.samples += n;
+      ended = n < QAV_SAMPLES_PER_FRAME;
+      std::fill(samples.begin() + static_cast<std::ptrdiff_t>(n * format.channels), samples.end(), int16_t{0});
+    } else {
+      std::fill(samples.begin(), samples.end(), int16_t{0});
+    }
+    if (ended && result.samples == 0) fail("holds no samples", "there is nothing to encode");
+    if (ended && result.frames == framesFor(result.samples)) break;
+    const uint32_t bytes = encoder.encode(samples.data());
+    out.write(encoder.frame(), bytes);
+    if (verifier) verifier->add(samples.data(), encoder.frame(), bytes);
+    ++result.frames;
+    result.bytes += bytes;
+  }
+  if (verifier) verifier->finish();
+  return result;
+}
+
+std::string formatLine(const Encoded &result) {
+  return fmt::format("{} Hz, {}, {} kbit/s, {}, {}", result.format.freqHz, counted(result.format.channels, "channel"),
+                     result.format.kbps, counted(result.frames, "frame"), counted(result.bytes, "byte"));
+}
+
+std::string verifyLine(const Verifier &verifier) {
+  std::string line = fmt::format("signal to noise {:.1f} dB; noise to mask by subband, mean in dB:", verifier.snrDb());
+  for (unsigned band = 0; band < 32; ++band) {
+    const double mean = verifier.noiseToMask(band).meanDb;
+    line += mean > -HUGE_VAL ? fmt::format(" {:.1f}", mean) : " -";
+  }
+  return line + fmt::format("; all masked in {:.1f} % of the frames", 100.0 * verifier.maskedShare());
+}
+
+Json verifyJson(const Verifier &verifier, unsigned channels) {
+  const auto number = [](double value) { return std::isfinite(value) ? Json(std::round(value * 100) / 100) : Json(); };
+  Json json;
+  json["snrDb"] = number(verifier.snrDb());
+  json["channelSnrDb"] = Json::array();
+  for (unsigned c = 0; c < channels; ++c) json["channelSnrDb"].push_back(number(verifier.snrDb(c)));
+  json["noiseToMaskDb"] = Json::array();
+  json["worstNoiseToMaskDb"] = Json::array();
+  for (unsigned band = 0; band < 32; ++band) {
+    json["noiseToMaskDb"].push_back(number(verifier.noiseToMask(band).meanDb));
+    json["worstNoiseToMaskDb"].push_back(number(verifier.noiseToMask(band).worstDb));
+  }
+  json["maskedShare"] = number(verifier.maskedShare());
+  return json;
+}
+
+int encodeOne(Job &job, const EncodeOptions &options, const std::string &outputName) {
+  PcmInput input(job, options);
+  const StreamFormat format = resolveFormat(options.stream, input.format());
+  OutputFile out(outputName, options.force);
+  input.begin(format.freqHz, format.channels);
+  std::optional<Verifier> verifier;
+  if (options.verify) verifier.emplace(format);
+  const Encoded result = encodeStream(input, format, options.stream, out, verifier ? &*verifier : nullptr);
+  out.commit();
+  const int status = input.finish(job);
+
+  if (options.json) {
+    Json json;
+    json["file"] = toUtf8(job.input());
+    json["status"] = status;
+    json["output"] = toUtf8(outputName);
+    input.describe(json);
+    json["stream"] = {{"layer", 2},
+                      {"freqHz", format.freqHz},
+                      {"channels", format.channels},
+                      {"kbps", format.kbps},
+                      {"checkWords", options.stream.checkWord},
+                      {"frames", result.frames},
+                      {"bytes", result.bytes},
+                      {"sampleFrames", result.samples}};
+    if (verifier) json["verify"] = verifyJson(*verifier, format.channels);
+    job.out(json.dump());
+    return status;
+  }
+  // Samples or a stream on standard output keep the words away from it.
+  const auto say = [&](const std::string &line) {
+    if (outputName == "-")
+      job.complain({{}, line, {}});
+    else
+      job.out(displayName(job.input()) + ": " + line);
+  };
+  if (options.stream.kbps > 0 && options.stream.kbps < 128 && format.channels == 2 && !options.quiet)
+    job.complain({{}, fmt::format("{} kbit/s is for both channels together", format.kbps), {}});
+  if (options.verbose || options.loudness) say(input.describe());
+  if (options.verbose) say(formatLine(result));
+  if (verifier) say(verifyLine(*verifier));
+  return status;
+}
+
+void addStreamOptions(CommandLine &line, StreamRequest &stream) {
+  CLI::App &app = line.app();
+  app.add_option("-b,--bitrate", stream.kbps, "of the whole stream (default: 192 for two channels, 96 for one)")
+      ->type_name("KBPS");
+  app.add_option("-r,--rate", stream.freqHz, "32000, 44100 or 48000 (default: the input's, or the next above)")
+      ->type_name("HZ");
+  app.add_option("--channels", stream.channels, "one is spread to two, two are averaged to one")
+      ->type_name("1|2")
+      ->check(CLI::IsMember({1u, 2u}));
+  std::vector<std::string> names;
+  for (const Profile &profile : profiles()) names.emplace_back(profile.name);
+  app.add_option_function<std::string>(
+         "--for", [&stream](const std::string &name) { stream.profile = profileNamed(name); },
+         "take and check what this use allows")
+      ->type_name(fmt::format("{}", fmt::join(names, "|")))
+      ->check(CLI::IsMember(names));
+  app.add_flag("!--no-crc", stream.checkWord, "leave out the check words");
+  app.add_option_function<std::string>(
+         "--emphasis",
+         [&stream](const std::string &name) { stream.emphasis = name == "50/15" ? 1
+                                                                : name == "j17" ? 3
+                                                                                : 0; },
+         "say in the header that the samples are pre-emphasised")
+      ->type_name("none|50/15|j17")
+      ->check(CLI::IsMember({"none", "50/15", "j17"}));
+  app.add_flag("--copyright", stream.copyright, "set the copyright bit");
+  CLI::Option *const original = app.add_flag("--original", stream.original, "mark as an original (default)");
+  app.add_flag("!--copy", stream.original, "mark as a copy")->excludes(original);
+}
+
+}  // namespace
+
+int runEncode(int argc, char **argv) {
+  CommandLine line("encode", "Encode PCM files into MPEG-1 Layer II streams.",
+                   "  qav encode concert.wav -b 256              writes concert.mp2\n"
+                   "  qav encode *.flac -o mp2/ --for dvb        writes mp2/....mp2");
+  EncodeOptions options;
+  line.addInputs(options);
+  line.addOutput(options, "the output; default: beside the input");
+  addStreamOptions(line, options.stream);
+  addPcmOptions(line, options);
+  line.app().add_flag("--verify", options.verify, "decode while encoding; tell signal to noise, and noise to mask");
+  int status = kGood;
+  if (!line.parse(argc, argv, status)) return status;
+  checkRequest(options.stream);
+  checkPcmOptions(options);
+  const std::vector<std::string> outputs = planOutputs(options.inputs, options.output, ".mp2");
+  if (outputs[0] == "-" && options.json)
+    failUsage("--json and the stream would both go to standard output", "use -o FILE");
+  if (outputs[0] == "-" && isatty(STDOUT_FILENO)) failUsage("a stream is not written to a terminal", "use -o FILE");
+  return runJobs(options.inputs, options.jobs, [&](Job &job) { return encodeOne(job, options, outputs[job.index()]); });
+}
+
+}  // namespace qav::tool

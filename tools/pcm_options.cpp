@@ -1,0 +1,143 @@
+#include "tools/pcm_options.h"
+
+#include <fmt/format.h>
+
+#include <cmath>
+
+#include "tools/failure.h"
+#include "tools/message.h"
+
+namespace qav::tool {
+
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+// To a tenth, which is what the measurement gives; null for what has no level.
+Json decibelsJson(double value) { return std::isfinite(value) ? Json(std::round(value * 10.0) / 10.0) : Json(); }
+
+std::string decibelsText(double value, const char *unit) {
+  return std::isfinite(value) ? fmt::format("{:.1f} {}", value, unit) : fmt::format("-inf {}", unit);
+}
+
+}  // namespace
+
+void addPcmOptions(CommandLine &line, PcmOptions &options) {
+  CLI::App &app = line.app();
+  app.add_option_function<std::string>(
+         "--raw", [&](const std::string &text) { options.raw = parseRawFormat(text); },
+         "input without a header, as in s16le,44100,2: " + rawFormatNames())
+      ->type_name("FORMAT,RATE,CHANNELS");
+  app.add_option_function<std::string>(
+         "--resampler",
+         [&](const std::string &name) { options.resampler = name == "linear" ? Resampler::linear : Resampler::soxr; },
+         "how rates are converted (default: soxr, at very high quality)")
+      ->type_name("soxr|linear")
+      ->check(CLI::IsMember({"soxr", "linear"}));
+  app.add_flag("!--no-dither", options.dither, "round to 16 bits without dither");
+  app.add_option_function<double>(
+         "--gain",
+         [&](double db) {
+           options.gainDb = db;
+           options.gainGiven = true;
+         },
+         "make louder or softer")
+      ->type_name("DB")
+      ->check(CLI::Range(-100.0, 100.0));
+  app.add_option_function<double>(
+         "--normalize",
+         [&](double lufs) {
+           options.normalizeLufs = lufs;
+           options.normalize = true;
+         },
+         "bring to this integrated loudness; reads the input twice")
+      ->type_name("LUFS")
+      ->check(CLI::Range(-70.0, 0.0));
+  app.add_flag("--loudness", options.loudness, "measure the loudness by EBU R128");
+  app.add_option("--lowpass", options.lowpass,
+                 "filter 8-bit input: 1 to 7 cut off at 0.24, 0.23, 0.22, 0.20, 0.15, 0.12, 0.10 times its rate")
+      ->type_name("1..7")
+      ->check(CLI::Range(1u, 7u));
+}
+
+void checkPcmOptions(const PcmOptions &options) {
+  if (options.gainGiven && options.normalize)
+    failUsage("--gain and --normalize contradict each other", "give one of them");
+  if (options.raw && options.lowpass > 0 && options.raw->sample.bytes != 1)
+    failUsage("--lowpass filters 8-bit input, --raw names another", "leave --lowpass out");
+  for (const std::string &input : options.inputs)
+    if (options.normalize && input == "-")
+      failUsage("--normalize reads its input twice, standard input can be read once", "save it to a file first");
+}
+
+PcmInput::PcmInput(const Job &job, const PcmOptions &options)
+    : name_(job.input()), options_(options), reader_(openPcm(job.input(), options.raw)) {
+  if (options.lowpass > 0 && format().bits != 8)
+    fail(fmt::format("has samples of {} bits, --lowpass is for 8-bit input", format().bits), "leave --lowpass out");
+}
+
+void PcmInput::begin(uint32_t freqHz, unsigned channels) {
+  settings_ = {freqHz, channels, options_.resampler, options_.dither, options_.gainDb, options_.lowpass};
+  if (options_.normalize) measure(freqHz, channels);
+  if (options_.loudness) meter_.emplace(freqHz, channels);
+  pipeline_.emplace(*reader_, settings_, meter_ ? &*meter_ : nullptr);
+}
+
+void PcmInput::measure(uint32_t freqHz, unsigned channels) {
+  LoudnessMeter meter(freqHz, channels);
+  PcmPipeline pipeline(*reader_, settings_, &meter);
+  std::vector<int16_t> block(1152 * channels);
+  while (pipeline.read(block.data(), 1152) > 0) {
+  }
+  const double lufs = meter.integratedLufs();
+  if (std::isfinite(lufs)) settings_.gainDb = options_.normalizeLufs - lufs;
+  reader_ = openPcm(name_, options_.raw);
+}
+
+int PcmInput::finish(Job &job) const {
+  int status = kGood;
+  for (const Remark &remark : reader_->remarks()) {
+    if (remark.damage) status = kDamaged;
+    if (remark.damage || !options_.quiet) job.complain(remark.complaint);
+  }
+  if (const uint64_t clipped = pipeline_->clippedSamples(); clipped > 0)
+    job.complain({{},
+                  counted(clipped, "sample") + (clipped == 1 ? " was clipped" : " were clipped"),
+                  "lower the level with --gain"});
+  return status;
+}
+
+std::string PcmInput::describe() const {
+  const PcmFormat &in = format();
+  std::string text = fmt::format("{}, {}-bit{}, {} Hz, {}", in.container, in.bits, in.floating ? " floating" : "",
+                                 in.freqHz, counted(in.channels, "channel"));
+  if (pipeline_->convertsRate())
+    text += fmt::format("; resampled by {}",
+                        options_.resampler == Resampler::soxr ? "soxr at very high quality" : "linear interpolation");
+  if (settings_.gainDb != 0.0) text += fmt::format("; gain {:.2f} dB", settings_.gainDb);
+  if (settings_.lowpassLevel > 0) text += fmt::format("; low-pass {}", settings_.lowpassLevel);
+  if (pipeline_->hasDithered()) text += "; dithered";
+  if (meter_)
+    text += fmt::format("; loudness {}, range {:.1f} LU, true peak {}", decibelsText(meter_->integratedLufs(), "LUFS"),
+                        meter_->rangeLu(), decibelsText(meter_->truePeakDbtp(), "dBTP"));
+  return text;
+}
+
+void PcmInput::describe(Json &json) const {
+  const PcmFormat &in = format();
+  json["input"] = {{"container", in.container}, {"bits", in.bits},         {"floating", in.floating},
+                   {"freqHz", in.freqHz},       {"channels", in.channels}, {"sampleFrames", pipeline_->inputFrames()}};
+  json["resampler"] = pipeline_->convertsRate() ? Json(resamplerName(options_.resampler)) : Json();
+  json["gainDb"] = settings_.gainDb;
+  json["dithered"] = pipeline_->hasDithered();
+  json["clippedSamples"] = pipeline_->clippedSamples();
+  if (meter_)
+    json["loudness"] = {{"integratedLufs", decibelsJson(meter_->integratedLufs())},
+                        {"rangeLu", decibelsJson(meter_->rangeLu())},
+                        {"truePeakDbtp", decibelsJson(meter_->truePeakDbtp())}};
+  json["remarks"] = Json::array();
+  for (const Remark &remark : reader_->remarks())
+    json["remarks"].push_back({{"what", remark.complaint.what}, {"damage", remark.damage}});
+}
+
+}  // namespace qav::tool

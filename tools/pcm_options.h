@@ -1,0 +1,66 @@
+// The options that the subcommands reading PCM share.
+#pragma once
+
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <string>
+
+#include "tools/batch.h"
+#include "tools/command_line.h"
+#include "tools/pcm_pipeline.h"
+#include "tools/pcm_reader.h"
+
+namespace qav::tool {
+
+struct PcmOptions : CommonOptions {
+  std::optional<RawFormat> raw;
+  Resampler resampler = Resampler::soxr;
+  bool dither = true;
+  double gainDb = 0.0;
+  bool gainGiven = false;
+  double normalizeLufs = 0.0;
+  bool normalize = false;
+  bool loudness = false;
+  unsigned lowpass = 0;
+};
+
+void addPcmOptions(CommandLine &line, PcmOptions &options);
+
+// Refuse what contradicts itself. Throws Failure (usage).
+void checkPcmOptions(const PcmOptions &options);
+
+// One input on its way to 16-bit samples, and what is said about it.
+class PcmInput {
+ public:
+  PcmInput(const Job &job, const PcmOptions &options);
+
+  const PcmFormat &format() const { return reader_->format(); }
+
+  // Choose the output and begin; reads the input once before where it is to be normalized.
+  void begin(uint32_t freqHz, unsigned channels);
+
+  size_t read(int16_t *to, size_t frames) { return pipeline_->read(to, frames); }
+
+  // To be called at the end of the input: says what was found. Returns the exit status.
+  int finish(Job &job) const;
+
+  const PcmPipeline &pipeline() const { return *pipeline_; }
+
+  // "WAV, 24-bit, 96000 Hz, 2 channels; resampled by soxr; dithered"
+  std::string describe() const;
+
+  // Fields of the JSON object.
+  void describe(nlohmann::ordered_json &json) const;
+
+ private:
+  void measure(uint32_t freqHz, unsigned channels);
+
+  const std::string &name_;
+  const PcmOptions &options_;
+  std::unique_ptr<PcmReader> reader_;
+  std::optional<LoudnessMeter> meter_;
+  std::optional<PcmPipeline> pipeline_;
+  PcmSettings settings_;
+};
+
+}  // namespace qav::tool

@@ -1,0 +1,96 @@
+// qav resample: PCM in, 16-bit WAV of another sampling rate out.
+#include <fmt/format.h>
+#include <unistd.h>
+
+#include <array>
+
+#include "tools/message.h"
+#include "tools/output_file.h"
+#include "tools/output_names.h"
+#include "tools/pcm_options.h"
+#include "tools/subcommands.h"
+#include "tools/wav_writer.h"
+
+namespace qav::tool {
+
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+struct ResampleOptions : PcmOptions {
+  uint32_t freqHz = 0;
+  unsigned channels = 0;
+};
+
+// More than a plain WAV file can hold.
+constexpr uint64_t kLargeBytes = uint64_t{1} << 32;
+
+int resampleOne(Job &job, const ResampleOptions &options, const std::string &outputName) {
+  PcmInput input(job, options);
+  const unsigned channels = options.channels > 0 ? options.channels : input.format().channels;
+  OutputFile out(outputName, options.force);
+  input.begin(options.freqHz, channels);
+  const std::optional<uint64_t> inFrames = input.format().frames;
+  const bool large =
+      !inFrames || convertedFrames(*inFrames, input.format().freqHz, options.freqHz) * 2 * channels > kLargeBytes - 100;
+  WavWriter wav(out, options.freqHz, channels, large);
+  std::vector<int16_t> block(4096 * channels);
+  uint64_t frames = 0;
+  while (const size_t n = input.read(block.data(), 4096)) {
+    wav.write(block.data(), n * channels);
+    frames += n;
+  }
+  const bool told = wav.finish();
+  out.commit();
+  const int status = input.finish(job);
+  if (!told)
+    job.complainAbout(outputName, {{}, "is longer than its WAV header can say", "readers must go by the file's end"});
+  if (options.json) {
+    Json json;
+    json["file"] = toUtf8(job.input());
+    json["status"] = status;
+    json["output"] = toUtf8(outputName);
+    input.describe(json);
+    json["result"] = {{"freqHz", options.freqHz}, {"channels", channels}, {"bits", 16}, {"sampleFrames", frames}};
+    job.out(json.dump());
+  } else if (options.verbose || options.loudness) {
+    if (outputName == "-")
+      job.complain({{}, input.describe(), {}});
+    else
+      job.out(displayName(job.input()) + ": " + input.describe());
+  }
+  return status;
+}
+
+}  // namespace
+
+int runResample(int argc, char **argv) {
+  CommandLine line("resample", "Convert PCM files to another sampling rate, as 16-bit WAV.",
+                   "  qav resample talk.flac -r 48000            writes talk.48000.wav\n"
+                   "  qav resample *.wav -r 32000 -o radio/      writes radio/....32000.wav");
+  ResampleOptions options;
+  line.addInputs(options);
+  line.addOutput(options, "the output; default: beside the input");
+  line.app()
+      .add_option("-r,--rate", options.freqHz, fmt::format("{} to {}", kLowestFreqHz, kHighestFreqHz))
+      ->type_name("HZ")
+      ->required()
+      ->check(CLI::Range(kLowestFreqHz, kHighestFreqHz));
+  line.app()
+      .add_option("--channels", options.channels, "one is spread to two, two are averaged to one")
+      ->type_name("1|2")
+      ->check(CLI::IsMember({1u, 2u}));
+  addPcmOptions(line, options);
+  int status = kGood;
+  if (!line.parse(argc, argv, status)) return status;
+  checkPcmOptions(options);
+  const std::vector<std::string> outputs =
+      planOutputs(options.inputs, options.output, fmt::format(".{}.wav", options.freqHz));
+  if (outputs[0] == "-" && options.json)
+    failUsage("--json and the samples would both go to standard output", "use -o FILE");
+  if (outputs[0] == "-" && isatty(STDOUT_FILENO)) failUsage("samples are not written to a terminal", "use -o FILE");
+  return runJobs(options.inputs, options.jobs,
+                 [&](Job &job) { return resampleOne(job, options, outputs[job.index()]); });
+}
+
+}  // namespace qav::tool
