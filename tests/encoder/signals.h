@@ -34,4 +34,21 @@ inline std::vector<int16_t> mixedSignal(uint32_t frames, uint32_t channels, uint
   return pcm;
 }
 
+// Interleaved samples: two dozen steady tones over noise that falls towards high frequencies, a fifth apart between the
+// channels.
+inline std::vector<int16_t> chord(uint32_t frames, uint32_t channels, uint32_t hz) {
+  std::vector<int16_t> pcm(size_t(frames) * 1152 * channels);
+  Random random(hz);
+  double low[2] = {};
+  for (size_t i = 0; i < pcm.size() / channels; ++i)
+    for (uint32_t ch = 0; ch < channels; ++ch) {
+      double value = 0;
+      for (int k = 1; k <= 24; ++k)
+        value += 4000.0 / k * std::sin(2 * M_PI * 220 * k * (1 + 0.5 * ch) * double(i) / hz + k * k);
+      low[ch] = 0.8 * low[ch] + (double(random()) / 4294967296.0 - 0.5) * 400;
+      pcm[i * channels + ch] = int16_t(value + low[ch]);
+    }
+  return pcm;
+}
+
 }  // namespace qav::test
