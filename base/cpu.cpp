@@ -34,8 +34,9 @@ CpuLevel detectCpuLevel() {
 
   constexpr uint32_t kAvx2 = 1u << 5;
   constexpr uint32_t kAvx512 = 1u << 16 | 1u << 17 | 1u << 30 | 1u << 31;  // F, DQ, BW, VL
+  constexpr uint32_t kVnni = 1u << 11;
   if (!__get_cpuid_count(7, 0, &a, &b, &c, &d)) return CpuLevel::Baseline;
-  if (has(saved, kAvx512State) && has(b, kAvx2 | kAvx512)) return CpuLevel::Avx512;
+  if (has(saved, kAvx512State) && has(b, kAvx2 | kAvx512) && has(c, kVnni)) return CpuLevel::Avx512;
   if (has(saved, kAvxState) && has(b, kAvx2)) return CpuLevel::Avx2;
   return CpuLevel::Baseline;
 }

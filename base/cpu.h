@@ -6,7 +6,7 @@ namespace qav {
 enum class CpuLevel : int {
   Baseline,  // what the architecture always has: SSE2 on x86-64, NEON on aarch64
   Avx2,      // with FMA
-  Avx512,    // F, BW, DQ and VL
+  Avx512,    // F, BW, DQ, VL and VNNI
 };
 
 inline constexpr CpuLevel kCpuLevels[] = {CpuLevel::Baseline, CpuLevel::Avx2, CpuLevel::Avx512};

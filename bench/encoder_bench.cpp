@@ -72,7 +72,7 @@ struct Stream {
     for (uint32_t i = 0; i < kFrames; ++i) {
       Frame &f = frames[i];
       readEncFrame(channels, s->pcmBuf, pcm.data() + i * kChannelSamples * channels, kChannelSamples, 0);
-      for (uint32_t ch = 0; ch < channels; ++ch) neb_psycho_anal(s->pcmBuf[ch], ch, f.smr[ch], model);
+      for (uint32_t ch = 0; ch < channels; ++ch) neb_psycho_anal(s->pcmBuf[ch] + kFilterHistory, ch, f.smr[ch], model);
       f.bits = int32_t(s->slotsPerFrame) * 8;
       int32_t left = f.bits;
       II_a_bit_allocation(f.smr, f.scfsi, f.allocation, left, s->allocationPlan);
@@ -97,7 +97,7 @@ QAV_BENCH = addStageAtEveryLevel(
     [](CpuLevel level) -> Run {
       return [s = stereo(level)] {
         for (uint32_t ch = 0; ch < 2; ++ch) {
-          s->session->kernels.analysis(s->session->filterHist, s->session->pcmBuf[ch], ch, s->session->sbSample[ch]);
+          s->session->kernels.analysis(s->session->pcmBuf[ch], s->session->sbSample[ch]);
           keep(s->session->sbSample);
         }
       };

@@ -48,13 +48,19 @@ struct TapPair {
   int16_t earlier, later;
 };
 
-// One Y, or its negative. For i < 32 its taps 2n and 2n + 1 multiply the pair t + 13 - 4n of the row, taps 3 and 4, coarsely,
-// the pair t + 7; for the others it is one pair earlier each.
+// One Y, or its negative: its taps 2n and 2n + 1 multiply pair `newest` - 4n of a row, taps 3 and 4, coarsely, the pair
+// `newest` - 6.
 struct PartialSum {
-  int row;
   std::array<TapPair, kTaps / 2> fine;
   TapPair coarse;
 };
+
+// What is made of row r: Y[31 - r] and Y[63 - r]. The late sum's taps lie a block further back.
+struct RowWindow {
+  PartialSum early, late;
+};
+
+constexpr int kNewestPair = kOldBlocks - 2;  // of the early sums at time 0
 
 constexpr int32_t kCoarseUnit = 8;
 constexpr double kFineUnit = 0x1p-36;  // of the fine sums: C counts 2^21, samples 2^15
@@ -70,40 +76,40 @@ constexpr Coefficient coefficient(int i, int j, int sign) {
 }
 
 constexpr PartialSum partialSum(int i, int sign) {
-  PartialSum sum{31 - i % 32, {}, {}};
+  PartialSum sum{};
   for (int n = 0; n < kTaps / 2; ++n)
     sum.fine[unsigned(n)] = {coefficient(i, 2 * n + 1, sign).fine, coefficient(i, 2 * n, sign).fine};
   sum.coarse = {coefficient(i, 4, sign).coarse, coefficient(i, 3, sign).coarse};
   return sum;
 }
 
-// The window in the order in which it is used: the two halves of every F. F[0] has one; the other is 0 times something.
-constexpr std::array<std::array<PartialSum, 2>, 32> ana_winTbl = [] {
-  std::array<std::array<PartialSum, 2>, 32> table{};
-  for (int m = 0; m < 32; ++m) {
-    const int sign = m == 0 ? 0 : m <= 16 ? 1 : -1;
-    table[unsigned(m)] = {partialSum(16 + m, 1), partialSum(m <= 16 ? 16 - m : 80 - m, sign)};
-  }
+// The window in the order in which it is used, with the signs of the fold.
+constexpr std::array<RowWindow, 32> ana_winTbl = [] {
+  std::array<RowWindow, 32> table{};
+  for (int r = 0; r < 32; ++r)
+    table[unsigned(r)] = {partialSum(31 - r, 1), partialSum(63 - r, r < 15 ? -1 : r == 15 ? 0 : 1)};
   return table;
 }();
 
-constexpr int32_t magnitude(int32_t value) { return value < 0 ? -value : value; }
-constexpr int32_t magnitude(TapPair taps) { return magnitude(taps.earlier) + magnitude(taps.later); }
-
-constexpr bool sumsFit() {
-  for (const auto &halves : ana_winTbl) {
-    int64_t fine = 0, coarse = 0;
-    for (const PartialSum &y : halves) {
-      for (const TapPair taps : y.fine) fine += magnitude(taps);
-      coarse += magnitude(y.coarse);
-    }
-    if (fine * 32768 > INT32_MAX || coarse * 32768 > INT32_MAX) return false;
-  }
-  return true;
+constexpr int64_t magnitude(TapPair taps) {
+  return (taps.earlier < 0 ? -taps.earlier : taps.earlier) + (taps.later < 0 ? -taps.later : taps.later);
 }
-static_assert(sumsFit());
 
-constexpr int kNewestPair[2] = {kOldBlocks - 2, kOldBlocks - 3};  // of time 0, for i < 32 and i >= 32
+// Whether the sums of an F made of two Y fit into 32 bits, whatever the samples are.
+constexpr bool fits(const PartialSum &a, const PartialSum &b) {
+  int64_t fine = 0;
+  for (const TapPair taps : a.fine) fine += magnitude(taps);
+  for (const TapPair taps : b.fine) fine += magnitude(taps);
+  return fine * 32768 <= INT32_MAX && (magnitude(a.coarse) + magnitude(b.coarse)) * 32768 <= INT32_MAX;
+}
+
+constexpr bool allFit() {
+  for (unsigned r = 0; r <= 15; ++r)
+    if (!fits(ana_winTbl[r].early, ana_winTbl[30 - r].early) || !fits(ana_winTbl[r].late, ana_winTbl[30 - r].late))
+      return false;
+  return fits(ana_winTbl[31].early, ana_winTbl[31].late);
+}
+static_assert(allFit());
 
 // F of all times: coarse * 8 + fine. Vectors may write four values beyond the last one.
 struct FoldedFrame {
@@ -130,10 +136,7 @@ struct FoldedFrame {
 
 }  // namespace
 
-void window_filter_subband(int16_t filterHist[2][kFilterHistory], const int16_t *pcm, uint32_t channel,
-                           SubbandFrame &out) {
-  baseline::analyse(filterHist, pcm, channel, out);
-}
+void window_filter_subband(const int16_t *samples, SubbandFrame &out) { baseline::analyse(samples, out); }
 
 AnalysisFn analysisFor(CpuLevel level) {
 #ifdef QAV_TARGET_AVX2

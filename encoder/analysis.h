@@ -8,15 +8,12 @@
 
 namespace qav {
 
-// `filterHist` holds the last samples of each channel before this frame and receives those of `pcm`, 1152 samples of
-// channel `channel`.
-using AnalysisFn = void (*)(int16_t filterHist[2][kFilterHistory], const int16_t *pcm, uint32_t channel,
-                            SubbandFrame &out);
+// `samples` are the 480 of the channel before this frame, then the frame's 1152.
+using AnalysisFn = void (*)(const int16_t *samples, SubbandFrame &out);
 
 AnalysisFn analysisFor(CpuLevel level);
 
 // The same at the level every CPU has.
-void window_filter_subband(int16_t filterHist[2][kFilterHistory], const int16_t *pcm, uint32_t channel,
-                           SubbandFrame &out);
+void window_filter_subband(const int16_t *samples, SubbandFrame &out);
 
 }  // namespace qav

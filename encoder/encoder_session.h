@@ -38,10 +38,11 @@ struct EncoderSession {
   // per stream; carried from frame to frame
   double slotLag;  // the padding accumulator, -1 .. 0
   PsychoState *psycho;
-  int16_t filterHist[2][qav::kFilterHistory];  // the last samples of each channel; zero before the stream
+
+  // Per channel the samples that the filterbank keeps of earlier frames, zero before the stream, and those of this frame.
+  int16_t pcmBuf[2][qav::kInputSamples];
 
   // per frame
-  int16_t pcmBuf[2][qav::kChannelSamples];
   qav::SubbandFrame sbSample[2];
 };
 
@@ -49,9 +50,10 @@ static_assert(offsetof(EncoderSession, frame) == 0, "the header functions take a
 
 namespace qav {
 
-// Copies a frame's samples into one array per channel, silence behind them when they are fewer than 1152. Two channels are
-// interleaved in `pcm`; any other count is one channel, and channel 1 is silent.
-void readEncFrame(uint32_t channels, int16_t pcmBuf[2][kChannelSamples], const int16_t *pcm, uint32_t samplesPerChannel,
+// Moves the end of the last frame to the front of the channels' buffers and appends the next one's samples, silence behind
+// them when they are fewer than 1152. Two channels are interleaved in `pcm`; any other count is one channel, and channel 1
+// is silent.
+void readEncFrame(uint32_t channels, int16_t pcmBuf[2][kInputSamples], const int16_t *pcm, uint32_t samplesPerChannel,
                   uint32_t byteSwap);
 
 }  // namespace qav

@@ -41,10 +41,10 @@ extern "C" int32_t zo_mpeg_Encode1Frame(EncoderSession *session, const int16_t *
   ScaleIndices scaleIndex[2];
   uint32_t scfsi[2][32];
   float smr[2][32];
-  for (int32_t ch = 0; ch < channels; ++ch)
-    s.kernels.analysis(s.filterHist, s.pcmBuf[ch], uint32_t(ch), s.sbSample[ch]);
+  for (int32_t ch = 0; ch < channels; ++ch) s.kernels.analysis(s.pcmBuf[ch], s.sbSample[ch]);
   s.kernels.scaleFactors(s.sbSample, scaleIndex, channels, frame.sblimit);
-  for (int32_t ch = 0; ch < channels; ++ch) neb_psycho_anal(s.pcmBuf[ch], uint32_t(ch), smr[ch], s.psycho);
+  for (int32_t ch = 0; ch < channels; ++ch)
+    neb_psycho_anal(s.pcmBuf[ch] + kFilterHistory, uint32_t(ch), smr[ch], s.psycho);
   II_transmission_pattern(scaleIndex, scfsi, frame);
 
   uint32_t allocation[2][32];

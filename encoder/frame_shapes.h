@@ -17,6 +17,7 @@ inline constexpr uint32_t kGranules = kSubbandSamples / 3;
 inline constexpr uint32_t kParts = 3;  // stretches of a frame with a scale factor each
 inline constexpr uint32_t kPartGranules = kGranules / kParts;
 inline constexpr uint32_t kFilterHistory = 480;  // samples that the filterbank keeps of earlier frames
+inline constexpr uint32_t kInputSamples = kFilterHistory + kChannelSamples;
 
 // Where sample `t` of a subband, in the order of time, stands among its 36.
 constexpr uint32_t samplePlace(uint32_t t) { return t % 3 * kGranules + t / 3; }

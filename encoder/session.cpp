@@ -85,21 +85,24 @@ uint32_t initEncoder(EncoderSession **session, uint32_t samplingRateHz, uint32_t
   return QAV_ENCODE_OK;
 }
 
-void readEncFrame(uint32_t channels, int16_t pcmBuf[2][kChannelSamples], const int16_t *pcm, uint32_t samplesPerChannel,
+void readEncFrame(uint32_t channels, int16_t pcmBuf[2][kInputSamples], const int16_t *pcm, uint32_t samplesPerChannel,
                   uint32_t byteSwap) {
+  for (uint32_t ch = 0; ch < 2; ++ch) std::copy(pcmBuf[ch] + kChannelSamples, pcmBuf[ch] + kInputSamples, pcmBuf[ch]);
+
+  int16_t *const first = pcmBuf[0] + kFilterHistory, *const second = pcmBuf[1] + kFilterHistory;
   const uint32_t given = std::min(samplesPerChannel, kChannelSamples);
   if (channels == 2) {
     for (uint32_t i = 0; i < given; ++i) {
-      pcmBuf[0][i] = pcm[2 * i];
-      pcmBuf[1][i] = pcm[2 * i + 1];
+      first[i] = pcm[2 * i];
+      second[i] = pcm[2 * i + 1];
     }
     if (byteSwap != 0)
-      for (uint32_t ch = 0; ch < 2; ++ch) std::transform(pcmBuf[ch], pcmBuf[ch] + given, pcmBuf[ch], swapBytes);
+      for (int16_t *const samples : {first, second}) std::transform(samples, samples + given, samples, swapBytes);
   } else {
-    std::copy_n(pcm, given, pcmBuf[0]);
-    std::fill_n(pcmBuf[1], given, int16_t(0));
+    std::copy_n(pcm, given, first);
+    std::fill_n(second, given, int16_t(0));
   }
-  for (uint32_t ch = 0; ch < 2; ++ch) std::fill(pcmBuf[ch] + given, pcmBuf[ch] + kChannelSamples, int16_t(0));
+  for (int16_t *const samples : {first, second}) std::fill(samples + given, samples + kChannelSamples, int16_t(0));
 }
 
 }  // namespace qav

@@ -11,7 +11,8 @@ namespace {
 TEST(Cpu, AgreesWithTheCompilersRuntime) {
   const bool avx2 = __builtin_cpu_supports("avx2") && __builtin_cpu_supports("fma");
   const bool avx512 = avx2 && __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512dq") &&
-                      __builtin_cpu_supports("avx512bw") && __builtin_cpu_supports("avx512vl");
+                      __builtin_cpu_supports("avx512bw") && __builtin_cpu_supports("avx512vl") &&
+                      __builtin_cpu_supports("avx512vnni");
   EXPECT_EQ(detectCpuLevel(), avx512 ? CpuLevel::Avx512 : avx2 ? CpuLevel::Avx2 : CpuLevel::Baseline);
 }
 #else

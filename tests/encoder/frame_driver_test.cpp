@@ -197,6 +197,14 @@ TEST(FrameDriver, ByteSwappedStereoIsTheSameStream) {
   EXPECT_EQ(encodeAll(*swapping, swapped), encodeAll(*plain, pcm));
 }
 
+TEST(FrameDriver, AMonoStreamLeavesChannel1Alone) {
+  const Session s = create(44100, 96, 1, true);
+  encodeAll(*s, test::mixedSignal(5, 1, 72));
+  for (const int16_t sample : s->pcmBuf[1]) ASSERT_EQ(sample, 0);
+  for (const auto &subband : s->sbSample[1])
+    for (const float x : subband) ASSERT_EQ(x, 0.0f);
+}
+
 TEST(FrameDriver, SessionsDoNotMeet) {
   const std::vector<int16_t> a = test::mixedSignal(5, 2, 69), b = test::mixedSignal(5, 2, 70);
   const Session alone = create(44100, 192, 2, true), first = create(44100, 192, 2, true),

@@ -80,12 +80,15 @@ class ReadEncFrame : public testing::Test {
   void read(uint32_t channels, uint32_t samples, uint32_t swap) {
     pcm.resize(2 * samples);
     for (size_t i = 0; i < pcm.size(); ++i) pcm[i] = int16_t(0x0102 + i * 0x0305);
-    std::memset(buffer, 0x5A, sizeof buffer);
-    readEncFrame(channels, buffer, pcm.data(), samples, swap);
+    std::memset(input, 0x5A, sizeof input);
+    for (int ch = 0; ch < 2; ++ch)
+      for (uint32_t i = 0; i < kFilterHistory; ++i) input[ch][kChannelSamples + i] = int16_t(100 * ch + int(i));
+    readEncFrame(channels, input, pcm.data(), samples, swap);
   }
 
   std::vector<int16_t> pcm;
-  int16_t buffer[2][kChannelSamples];
+  int16_t input[2][kInputSamples];
+  int16_t *const buffer[2] = {input[0] + kFilterHistory, input[1] + kFilterHistory};
 };
 
 int16_t swapped(int16_t s) { return int16_t(uint16_t(s) >> 8 | uint16_t(s) << 8); }
@@ -96,6 +99,12 @@ TEST_F(ReadEncFrame, TakesStereoApart) {
     ASSERT_EQ(buffer[0][i], pcm[2 * i]);
     ASSERT_EQ(buffer[1][i], pcm[2 * i + 1]);
   }
+}
+
+TEST_F(ReadEncFrame, KeepsTheEndOfTheFrameBefore) {
+  read(1, 100, 0);
+  for (int ch = 0; ch < 2; ++ch)
+    for (uint32_t i = 0; i < kFilterHistory; ++i) ASSERT_EQ(input[ch][i], int16_t(100 * ch + int(i)));
 }
 
 TEST_F(ReadEncFrame, SwapsStereoOnly) {

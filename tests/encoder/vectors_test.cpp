@@ -48,7 +48,7 @@ TEST_P(EncoderVectors, FramesAgree) {
   ASSERT_EQ(session->frame.sblimit, int32_t(vector["sblimit"]));
 
   // The filterbank once more, for the indices before the pattern, which a frame does not show.
-  int16_t history[2][kFilterHistory] = {};
+  int16_t input[2][kInputSamples] = {};
   Agreement before, indices, selections, allocations, bitsLeft;
   const auto &frames = vector["frames"];
   ASSERT_EQ(pcm.size(), frames.size() * 1152 * channels);
@@ -72,9 +72,9 @@ TEST_P(EncoderVectors, FramesAgree) {
     SubbandFrame subbands[2];
     ScaleIndices index[2];
     for (uint32_t ch = 0; ch < channels; ++ch) {
-      int16_t samples[kChannelSamples];
-      for (size_t i = 0; i < kChannelSamples; ++i) samples[i] = pcm[(f * 1152 + i) * channels + ch];
-      window_filter_subband(history, samples, ch, subbands[ch]);
+      std::copy(input[ch] + kChannelSamples, input[ch] + kInputSamples, input[ch]);
+      for (size_t i = 0; i < kChannelSamples; ++i) input[ch][kFilterHistory + i] = pcm[(f * 1152 + i) * channels + ch];
+      window_filter_subband(input[ch], subbands[ch]);
     }
     II_scale_factor_calc(subbands, index, int32_t(channels), session->frame.sblimit);
     for (uint32_t ch = 0; ch < channels; ++ch)
