@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <atomic>
 #include <cstdio>
-#include <exception>
 #include <new>
+#include <nlohmann/json.hpp>
 #include <numeric>
 #include <thread>
 
@@ -22,6 +22,17 @@ void emit(OrderedText::Stream stream, std::string_view line) {
   std::string whole(line);
   whole += '\n';
   std::fwrite(whole.data(), 1, whole.size(), file);
+}
+
+void report(Job &job, const Failure &failure, bool json) {
+  job.complain(failure.complaint);
+  if (!json) return;
+  nlohmann::ordered_json object;
+  object["file"] = toUtf8(job.input());
+  object["status"] = failure.status;
+  object["error"] = {
+      {"place", failure.complaint.place}, {"what", failure.complaint.what}, {"remedy", failure.complaint.remedy}};
+  job.out(object.dump());
 }
 
 }  // namespace
@@ -55,7 +66,8 @@ void Job::complainAbout(const std::string &file, const Complaint &complaint) {
   text_.print(index_, OrderedText::Stream::err, messageLine(file == "-" ? "standard input" : file, complaint));
 }
 
-int runJobs(const std::vector<std::string> &inputs, unsigned workers, const std::function<int(Job &)> &work) {
+int runJobs(const std::vector<std::string> &inputs, unsigned workers, const std::function<int(Job &)> &work,
+            bool json) {
   OrderedText text(inputs.size());
   std::atomic<size_t> next{0};
   std::atomic<bool> stopped{false};
@@ -67,10 +79,10 @@ int runJobs(const std::vector<std::string> &inputs, unsigned workers, const std:
       statuses[index] = work(job);
     } catch (const Failure &failure) {
       statuses[index] = failure.status;
-      job.complain(failure.complaint);
+      report(job, failure, json);
     } catch (const std::bad_alloc &) {
       statuses[index] = kUnusable;
-      job.complain({{}, "out of memory", "use fewer jobs with -j"});
+      report(job, Failure(kUnusable, {{}, "out of memory", "use fewer jobs with -j"}), json);
     }
     text.finish(index);
   };

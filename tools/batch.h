@@ -57,7 +57,9 @@ class Job {
 };
 
 // Run `work` on every input on `workers` threads. It returns the input's exit status, or throws Failure, which is reported
-// against the input. Returns the worst status. Ends the process when a signal came.
-int runJobs(const std::vector<std::string> &inputs, unsigned workers, const std::function<int(Job &)> &work);
+// against the input, with `json` also as an object on standard output. Returns the worst status. Ends the process when a
+// signal came.
+int runJobs(const std::vector<std::string> &inputs, unsigned workers, const std::function<int(Job &)> &work,
+            bool json = false);
 
 }  // namespace qav::tool

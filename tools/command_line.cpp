@@ -31,6 +31,18 @@ size_t editDistance(const std::string &a, const std::string &b) {
   return row[b.size()];
 }
 
+// As CLI11 takes them: last argument first, without the program. It would take a file named "[a,b]" for a list of two;
+// "./[a,b]" is the same file.
+std::vector<std::string> reversedArguments(int argc, char **argv) {
+  std::vector<std::string> arguments;
+  for (int i = argc - 1; i > 0; --i) {
+    std::string argument = argv[i];
+    if (argument.size() >= 2 && argument.front() == '[' && argument.back() == ']') argument.insert(0, "./");
+    arguments.push_back(std::move(argument));
+  }
+  return arguments;
+}
+
 }  // namespace
 
 std::string nearest(const std::string &word, const std::vector<std::string> &candidates) {
@@ -47,25 +59,21 @@ std::string nearest(const std::string &word, const std::vector<std::string> &can
 }
 
 std::string versionText() {
-  const uint32_t version = QAV_VERSION;
+  uint32_t version = 0;
+  QAV_getConfigure(nullptr, QAV_ITEM_VERSION, &version, nullptr);
   return fmt::format("qav {}.{}.{}.{}", version >> 24, version >> 16 & 0xFF, version >> 8 & 0xFF, version & 0xFF);
 }
 
 CommandLine::CommandLine(const std::string &name, const std::string &summary, const std::string &examples)
-    : name_(name), app_(summary, "qav " + name) {
-  app_.set_version_flag("--version", versionText());
-  app_.footer("\nExamples:\n" + examples);
+    : name_(name), app_(summary + "\n\nExamples:\n" + examples + "\n", "qav " + name) {
+  app_.set_help_flag("-h,--help", "this text");
+  app_.set_version_flag("--version", versionText(), "the version");
   app_.get_formatter()->column_width(34);
 }
 
 void CommandLine::addInputs(CommonOptions &options) {
   common_ = &options;
-  // allow_extra_args(false): otherwise a file named "[a,b]" would be taken for a list. The positional still repeats.
-  app_.add_option("INPUT", options.inputs, "files; - is standard input")
-      ->required()
-      ->expected(1, CLI::detail::expected_max_vector_size)
-      ->allow_extra_args(false)
-      ->type_name("");
+  app_.add_option("INPUT", options.inputs, "files; - is standard input")->required()->type_name("");
   app_.add_option("-j,--jobs", options.jobs, "worker threads in all (default: one per core)")
       ->type_name("N")
       ->check(CLI::Range(1u, 4096u));
@@ -82,7 +90,7 @@ void CommandLine::addOutput(CommonOptions &options, const std::string &whatIsWri
 bool CommandLine::parse(int argc, char **argv, int &status) {
   status = kGood;
   try {
-    app_.parse(argc, argv);
+    app_.parse(reversedArguments(argc, argv));
     if (common_ && common_->jobs == 0) common_->jobs = std::max(1u, std::thread::hardware_concurrency());
     if (common_ && std::count(common_->inputs.begin(), common_->inputs.end(), "") > 0)
       failUsage("an input has an empty name", "name a file, or - for standard input");

@@ -1,5 +1,7 @@
 // qav: the command-line tool.
+#include <fcntl.h>
 #include <fmt/format.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
@@ -57,6 +59,13 @@ int runTool(int argc, char **argv) {
                        meant.empty() ? "see 'qav --help'" : "did you mean '" + meant + "'?");
 }
 
+// A standard stream that was closed must not become the number of a file that is opened later: what stands there instead
+// fails to be read or written.
+void occupyStandardStreams() {
+  for (const int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
+    if (fcntl(fd, F_GETFD) < 0) static_cast<void>(open("/dev/null", fd == STDIN_FILENO ? O_WRONLY : O_RDONLY));
+}
+
 // Standard output is checked too: results that did not arrive were not given.
 int flushed(int status) {
   if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0) return status;
@@ -77,6 +86,7 @@ int flushed(int status) {
 int main(int argc, char **argv) {
   using namespace qav::tool;
   try {
+    occupyStandardStreams();
     handleSignals();
     return flushed(runTool(argc, argv));
   } catch (const Interrupted &) {

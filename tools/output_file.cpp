@@ -11,6 +11,8 @@
 #include <climits>
 #include <cstdio>
 #include <cstring>
+#include <mutex>
+#include <set>
 
 #include "tools/failure.h"
 #include "tools/interrupt.h"
@@ -45,10 +47,39 @@ std::string folderOf(const std::string &path) {
   return slash == std::string::npos ? std::string() : path.substr(0, slash + 1);
 }
 
+// The path as no other spelling gives it: without links, from the root. As it is when its folder does not exist.
+std::string canonical(const std::string &path) {
+  std::string whole = path;
+  const std::string folder = folderOf(path);
+  if (char *const real = realpath(path.c_str(), nullptr)) {
+    whole = real;
+    free(real);
+  } else if (char *const realFolder = realpath(folder.empty() ? "." : folder.c_str(), nullptr)) {
+    whole = std::string(realFolder) + "/" + path.substr(folder.size());
+    free(realFolder);
+  }
+  return whole;
+}
+
 // A name of fixed length: the target's own may already be as long as names can be.
 std::string temporaryName(const std::string &target) {
   static std::atomic<unsigned> counter{0};
   return fmt::format("{}.qav-{}-{}.tmp", folderOf(target), getpid(), counter++);
+}
+
+// Regular files written by this process, finished or not.
+std::mutex claimedMutex;
+std::set<std::string> claimed;
+
+void claim(const std::string &target) {
+  const std::lock_guard lock(claimedMutex);
+  if (!claimed.insert(target).second)
+    fail(displayName(target) + " has been written from another input already", "choose another name or folder with -o");
+}
+
+void unclaim(const std::string &target) {
+  const std::lock_guard lock(claimedMutex);
+  claimed.erase(target);
 }
 
 }  // namespace
@@ -71,9 +102,8 @@ OutputFile::OutputFile(const std::string &name, bool overwrite)
 
 void OutputFile::openTarget(const std::string &name, bool overwrite) {
   struct stat status {};
-  std::string target = name;
   mode_t mode = 0666;
-  bool exists = stat(name.c_str(), &status) == 0;
+  const bool exists = stat(name.c_str(), &status) == 0;
   if (exists && S_ISDIR(status.st_mode)) fail("is a directory", "choose a file name with -o");
   if (exists && !S_ISREG(status.st_mode)) {
     fd_ = open(name.c_str(), O_WRONLY | O_CLOEXEC | O_NOCTTY);
@@ -84,12 +114,9 @@ void OutputFile::openTarget(const std::string &name, bool overwrite) {
   if (exists) {
     if (!overwrite) failExists();
     mode = status.st_mode & 07777;
-    // What a symbolic link points at is replaced, not the link.
-    if (char *const real = realpath(name.c_str(), nullptr)) {
-      target = real;
-      free(real);
-    }
   }
+  const std::string target = canonical(name);  // what a symbolic link points at is replaced, not the link
+  claim(target);
   for (;;) {
     const std::string candidate = temporaryName(target);
     registerTemporary(candidate);
@@ -100,7 +127,9 @@ void OutputFile::openTarget(const std::string &name, bool overwrite) {
     }
     const int error = errno;
     unregisterTemporary(candidate);
-    if (error != EEXIST && error != EINTR) failWrite(error);
+    if (error == EEXIST || error == EINTR) continue;
+    unclaim(target);
+    failWrite(error);
   }
   if (exists) static_cast<void>(fchmod(fd_, mode));
   target_ = target;
@@ -116,6 +145,7 @@ void OutputFile::discard() noexcept {
     unlink(temporary_.c_str());
     unregisterTemporary(temporary_);
     temporary_.clear();
+    unclaim(target_);
   }
 }
 

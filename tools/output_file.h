@@ -13,7 +13,7 @@ namespace qav::tool {
 class OutputFile {
  public:
   // `name` is a path, or "-" for standard output. Without `overwrite` an existing regular file is refused, now and when
-  // the file is committed. Throws Failure.
+  // the file is committed. A file that this process has written, or is writing, is refused in any case. Throws Failure.
   OutputFile(const std::string &name, bool overwrite);
   ~OutputFile();
   OutputFile(const OutputFile &) = delete;

@@ -47,11 +47,14 @@ bool isSharedDevice(const std::string &path) {
 
 }  // namespace
 
-std::string withExtension(const std::string &path, const std::string &extension) {
+std::string extensionOf(const std::string &path) {
   const size_t nameStart = path.rfind('/') + 1;
   const size_t dot = path.rfind('.');
-  if (dot == std::string::npos || dot <= nameStart) return path + extension;
-  return path.substr(0, dot) + extension;
+  return dot == std::string::npos || dot <= nameStart ? std::string() : path.substr(dot);
+}
+
+std::string withExtension(const std::string &path, const std::string &extension) {
+  return path.substr(0, path.size() - extensionOf(path).size()) + extension;
 }
 
 std::vector<std::string> planOutputs(const std::vector<std::string> &inputs, const std::string &output,

@@ -6,6 +6,9 @@ namespace qav::tool {
 
 const std::vector<Subcommand> subcommands = {
     {"encode", "encode PCM files into Layer II streams", runEncode},
+    {"decode", "decode MPEG audio into WAV files", runDecode},
+    {"check", "say whether MPEG audio is whole, and what is wrong with it", runCheck},
+    {"info", "say what is in MPEG audio files", runInfo},
     {"resample", "convert PCM files to another sampling rate", runResample},
 };
 

@@ -1,0 +1,76 @@
+// qav check: whether streams are whole, and what is wrong with them.
+#include <fmt/format.h>
+
+#include "tools/batch.h"
+#include "tools/command_line.h"
+#include "tools/message.h"
+#include "tools/mpeg_input.h"
+#include "tools/pcm_target.h"
+#include "tools/stream_decoder.h"
+#include "tools/stream_report.h"
+#include "tools/stretch_joiner.h"
+#include "tools/subcommands.h"
+
+namespace qav::tool {
+
+namespace {
+
+struct CheckOptions : CommonOptions {
+  bool md5 = false;
+  bool strict = false;
+};
+
+// The verdict stands in the first line, before the findings; so they are kept, as far as they are not too many.
+int checkOne(Job &job, const CheckOptions &options) {
+  MpegInput input(job.input(), {.verifyChecks = false});
+  StreamReport report;
+  Md5Target md5;
+  StretchJoiner joiner(md5);
+  PcmReceiver receiver;
+  if (options.md5) {
+    receiver.begin = [&](const FrameHeader &header) { joiner.begin(header.freqHz, header.channels); };
+    receiver.write = [&](const int16_t *samples, size_t frames) { joiner.write(samples, frames); };
+    receiver.silence = [&](uint64_t frames) { joiner.silence(frames); };
+  }
+  decodeStream(input, report, receiver);
+  joiner.finish();
+
+  const bool isGood = report.verdict() == Verdict::good && !(options.strict && report.warnings() > 0);
+  const int status = isGood ? kGood : kDamaged;
+  const std::string digest = options.md5 ? md5.hexDigest() : std::string();
+  if (options.json) {
+    Json json = report.json(job.input(), status);
+    if (options.md5) json["md5"] = digest;
+    job.out(json.dump());
+    return status;
+  }
+  const std::string name = job.input() == "-" ? "standard input" : displayName(job.input());
+  std::string head = fmt::format("{}: {}", name, verdictName(report.verdict()));
+  if (options.md5) head += ", md5 " + digest;
+  job.out(head);
+  for (const Finding &finding : report.kept()) {
+    if (options.quiet && finding.isWarning && !options.strict) continue;
+    job.out(fmt::format("  {}: {}", placeText(finding.place.frame, finding.place.offset, finding.place.seconds),
+                        describeFinding(finding)));
+  }
+  if (report.omitted() > 0) job.out(fmt::format("  and {} more", counted(report.omitted(), "finding")));
+  return status;
+}
+
+}  // namespace
+
+int runCheck(int argc, char **argv) {
+  CommandLine line("check", "Decode without writing, and say whether each stream is whole.",
+                   "  qav check *.mp2                one line a file, and one for each thing found\n"
+                   "  qav check --json --md5 *.mp2   the same as JSON, with the checksum of the decoded PCM");
+  CheckOptions options;
+  line.addInputs(options);
+  line.app().add_flag("--md5", options.md5, "add the MD5 checksum of the decoded samples");
+  line.app().add_flag("--strict", options.strict, "warnings count too");
+  int status = kGood;
+  if (!line.parse(argc, argv, status)) return status;
+  return runJobs(
+      options.inputs, options.jobs, [&](Job &job) { return checkOne(job, options); }, options.json);
+}
+
+}  // namespace qav::tool

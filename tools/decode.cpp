@@ -1,0 +1,145 @@
+// qav decode: MPEG audio in, PCM out.
+#include <fmt/format.h>
+#include <unistd.h>
+
+#include <memory>
+
+#include "tools/batch.h"
+#include "tools/command_line.h"
+#include "tools/message.h"
+#include "tools/mpeg_input.h"
+#include "tools/output_names.h"
+#include "tools/pcm_target.h"
+#include "tools/stream_decoder.h"
+#include "tools/stream_report.h"
+#include "tools/stretch_joiner.h"
+#include "tools/subcommands.h"
+
+namespace qav::tool {
+
+namespace {
+
+struct DecodeOptions : CommonOptions {
+  bool raw = false;
+  bool skipGaps = false;
+  bool lenient = false;
+  bool split = false;
+};
+
+// The output of one input: one file, or one a stretch.
+class Output {
+ public:
+  Output(const DecodeOptions &options, std::string name, std::optional<uint64_t> inputBytes, Job &job)
+      : options_(options), name_(std::move(name)), inputBytes_(inputBytes), job_(job) {}
+
+  void begin(const FrameHeader &header) {
+    if (!joiner_ || options_.split) {
+      finish();
+      openNext(header);
+    }
+    joiner_->begin(header.freqHz, header.channels);
+  }
+  void write(const int16_t *samples, size_t frames) { joiner_->write(samples, frames); }
+  void silence(uint64_t frames) {
+    if (!options_.skipGaps) joiner_->silence(frames);
+  }
+  void finish() {
+    if (joiner_) joiner_->finish();
+  }
+  const std::vector<std::string> &names() const { return names_; }
+
+ private:
+  void openNext(const FrameHeader &header) {
+    std::string name = name_;
+    if (!names_.empty()) name = withExtension(name_, fmt::format(".{}{}", names_.size() + 1, extensionOf(name_)));
+    std::optional<uint64_t> expected;
+    if (inputBytes_) expected = *inputBytes_ / header.frameBytes * header.frameSamples * header.channels * 2;
+    target_ = std::make_unique<FileTarget>(name, FileTarget::Options{.overwrite = options_.force,
+                                                                     .raw = options_.raw,
+                                                                     .expectedBytes = expected,
+                                                                     .warn = [this, name](const std::string &what) {
+                                                                       job_.complainAbout(name, {"", what, ""});
+                                                                     }});
+    joiner_ = std::make_unique<StretchJoiner>(*target_);
+    names_.push_back(std::move(name));
+  }
+
+  const DecodeOptions &options_;
+  std::string name_;
+  std::optional<uint64_t> inputBytes_;
+  Job &job_;
+  std::unique_ptr<FileTarget> target_;
+  std::unique_ptr<StretchJoiner> joiner_;
+  std::vector<std::string> names_;
+};
+
+// What became of it.
+std::string consequence(const Finding &finding, const DecodeOptions &options) {
+  if (finding.isWarning) return "it plays all the same";
+  if (finding.lostFrames > 0) return options.skipGaps ? "left out" : "silence stands in its place";
+  if (finding.bytes > 0) return "passed over";
+  if (std::string_view(finding.kind) != "format change") return {};
+  return options.split ? "the rest goes to another file" : "the rest is converted to the first format";
+}
+
+int decodeOne(Job &job, const DecodeOptions &options, const std::string &outputName) {
+  MpegInput input(job.input(), {.verifyChecks = false});
+  StreamReport report;
+  Output output(options, outputName, input.size(), job);
+  decodeStream(input, report,
+               {.begin = [&](const FrameHeader &header) { output.begin(header); },
+                .write = [&](const int16_t *samples, size_t frames) { output.write(samples, frames); },
+                .silence = [&](uint64_t frames) { output.silence(frames); },
+                .tell =
+                    [&](const Finding &finding) {
+                      if (finding.isWarning && options.quiet) return;
+                      job.complain({placeText(finding.place.frame, finding.place.offset, finding.place.seconds),
+                                    describeFinding(finding), consequence(finding, options)});
+                    }});
+  output.finish();
+  const int status = report.verdict() == Verdict::good || options.lenient ? kGood : kDamaged;
+  if (options.json) {
+    Json json = report.json(job.input(), status);
+    json["outputs"] = Json::array();
+    for (const std::string &name : output.names()) json["outputs"].push_back(toUtf8(name));
+    job.out(json.dump());
+  } else if (options.verbose) {
+    job.out(fmt::format("{}: {} frames, {}", displayName(job.input()), report.frames(), timeText(report.seconds())));
+  }
+  return status;
+}
+
+}  // namespace
+
+int runDecode(int argc, char **argv) {
+  CommandLine line("decode", "Decode MPEG audio of Layer I and II into 16-bit WAV files.",
+                   "  qav decode concert.mp2                 writes concert.wav\n"
+                   "  qav decode *.mp2 -o wav/               writes wav/....wav\n"
+                   "  qav decode - -o - --raw <in | player   from a pipe into a pipe, bare samples");
+  DecodeOptions options;
+  line.addInputs(options);
+  line.addOutput(options, "the output; default: beside the input");
+  line.app().add_flag("--raw", options.raw, "bare 16-bit little-endian samples instead of WAV");
+  std::string gaps = "silence";
+  line.app()
+      .add_option("--gaps", gaps, "lost frames become silence, or are left out")
+      ->type_name("silence|skip")
+      ->check(CLI::IsMember({"silence", "skip"}));
+  line.app().add_flag("--lenient", options.lenient, "exit 0 although the stream was damaged");
+  line.app().add_flag("--split", options.split, "one file a stretch where the format changes");
+  int status = kGood;
+  if (!line.parse(argc, argv, status)) return status;
+  options.skipGaps = gaps == "skip";
+  const std::vector<std::string> outputs = planOutputs(options.inputs, options.output, options.raw ? ".s16" : ".wav");
+  const bool toStandardOutput = outputs[0] == "-";
+  if (toStandardOutput && options.json)
+    failUsage("--json and the samples would both go to standard output", "use -o FILE");
+  if (toStandardOutput && options.split)
+    failUsage("--split cannot write several files to standard output", "use -o DIR");
+  if (toStandardOutput && isatty(STDOUT_FILENO)) failUsage("samples are not written to a terminal", "use -o FILE");
+  return runJobs(
+      options.inputs, options.jobs, [&](Job &job) { return decodeOne(job, options, outputs[job.index()]); },
+      options.json);
+}
+
+}  // namespace qav::tool

@@ -1,0 +1,92 @@
+// qav info: what is in a stream, without decoding it.
+#include <fmt/format.h>
+
+#include "tools/batch.h"
+#include "tools/command_line.h"
+#include "tools/message.h"
+#include "tools/mpeg_input.h"
+#include "tools/stream_report.h"
+#include "tools/subcommands.h"
+
+namespace qav::tool {
+
+namespace {
+
+std::string bitrateText(const StreamReport &report) {
+  if (report.leastKbps() == report.greatestKbps()) return fmt::format("{} kbit/s", report.leastKbps());
+  return fmt::format("{} to {} kbit/s, mean {:.1f}", report.leastKbps(), report.greatestKbps(), report.meanKbps());
+}
+
+std::string checkText(const StreamReport &report) {
+  std::string text = "none";
+  if (report.checkedFrames() == report.frames())
+    text = "in every frame";
+  else if (report.checkedFrames() > 0)
+    text = fmt::format("in {} of {}", report.checkedFrames(), counted(report.frames(), "frame"));
+  if (report.wrongChecks() > 0) text += fmt::format(", {} wrong", report.wrongChecks());
+  return text;
+}
+
+std::string tagsText(const StreamReport &report) {
+  std::string text;
+  for (const TagEvent &tag : report.tags())
+    text += fmt::format("{}{} ({} at byte {})", text.empty() ? "" : ", ", tagName(tag.kind), counted(tag.bytes, "byte"),
+                        tag.place.offset);
+  return text.empty() ? "none" : text;
+}
+
+std::string describe(const std::string &file, const StreamReport &report) {
+  const auto &stretches = report.stretches();
+  std::string text = displayName(file) + ":";
+  for (const auto &stretch : stretches) {
+    text += fmt::format("\n  format       {}", formatText(stretch.format));
+    if (stretches.size() > 1) text += fmt::format(", from frame {} on", stretch.firstFrame);
+  }
+  text += fmt::format("\n  mode         {}", report.modesText());
+  text += fmt::format("\n  bitrate      {}", bitrateText(report));
+  text += fmt::format("\n  frames       {}", report.frames());
+  if (report.lostFrames() > 0) text += fmt::format(", and {} lost", report.lostFrames());
+  text += fmt::format("\n  duration     {}", timeText(report.seconds()));
+  if (stretches.size() == 1) text += fmt::format(" ({} samples a channel)", stretches[0].samples);
+  text += fmt::format("\n  check words  {}", checkText(report));
+  text += fmt::format("\n  tags         {}", tagsText(report));
+  if (report.container()) text += "\n  container    RIFF/WAVE";
+  text += fmt::format("\n  verdict      {}", verdictName(report.verdict()));
+  if (report.findings() > 0) text += fmt::format(", {}; see 'qav check'", counted(report.findings(), "finding"));
+  return text;
+}
+
+int infoOne(Job &job, const CommonOptions &options) {
+  MpegInput input(job.input(), {.verifyChecks = true});
+  StreamReport report;
+  for (;;) {
+    const Event &event = input.next();
+    const auto finding = report.observe(event);
+    if (finding && options.verbose)
+      job.complain({placeText(finding->place.frame, finding->place.offset, finding->place.seconds),
+                    describeFinding(*finding), ""});
+    if (std::holds_alternative<EndEvent>(event)) break;
+  }
+  const int status = report.verdict() == Verdict::good ? kGood : kDamaged;
+  if (options.json)
+    job.out(report.json(job.input(), status).dump());
+  else
+    job.out(describe(job.input() == "-" ? "standard input" : job.input(), report));
+  return status;
+}
+
+}  // namespace
+
+int runInfo(int argc, char **argv) {
+  CommandLine line("info", "Say what is in MPEG audio files, without decoding them.",
+                   "  qav info concert.mp2          format, bitrate, duration, check words, tags\n"
+                   "  qav info --json *.mp2         the same as JSON, one line a file");
+  CommonOptions options;
+  line.addInputs(options);
+  int status = kGood;
+  if (!line.parse(argc, argv, status)) return status;
+  return runJobs(
+      options.inputs, options.jobs, [&](Job &job) { return infoOne(job, options); }, options.json);
+}
+
+}  // namespace qav::tool
