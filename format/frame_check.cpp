@@ -2,16 +2,38 @@
 
 namespace {
 
-// The register, fed with fields of a few bits, most significant bit first.
+constexpr uint32_t kPolynomial = 0x8005;
+
+// What the value v of the register's upper byte comes to when 8 (k + 1) zero bits are shifted in behind it.
+struct CheckTables {
+  uint16_t after[4][256];
+
+  constexpr CheckTables() : after() {
+    for (uint32_t v = 0; v < 256; ++v) {
+      uint32_t reg = v << 8;
+      for (int k = 0; k < 4; ++k) {
+        for (int bit = 0; bit < 8; ++bit) reg = (reg << 1 ^ ((reg & 0x8000) != 0 ? kPolynomial : 0)) & 0xFFFF;
+        after[k][v] = uint16_t(reg);
+      }
+    }
+  }
+};
+
+constexpr CheckTables tables;
+
+// The register, fed with fields of a few bits, most significant bit first. Fields gather until there are 32 bits, so that
+// the chain of dependent look-ups is short.
 class CheckRegister {
  public:
+  // `width` is at most 32.
   void feed(uint32_t field, uint32_t width) {
-    while (width-- > 0) {
-      const uint32_t carry = (reg >> 15) & 1;
-      const uint32_t bit = (field >> width) & 1;
-      reg = (reg << 1) & 0xFFFF;
-      if (carry != bit) reg ^= 0x8005;
-    }
+    pending = pending << width | (field & ((uint64_t(1) << width) - 1));
+    count += width;
+    if (count < 32) return;
+    count -= 32;
+    const uint32_t word = uint32_t(pending >> count) ^ reg << 16;
+    reg = uint32_t(tables.after[3][word >> 24] ^ tables.after[2][word >> 16 & 0xFF] ^
+                   tables.after[1][word >> 8 & 0xFF] ^ tables.after[0][word & 0xFF]);
   }
 
   // The 16 header bits behind the protection bit.
@@ -27,10 +49,22 @@ class CheckRegister {
     feed(uint32_t(fp.emphasis), 2);
   }
 
-  uint32_t value() const { return reg; }
+  uint32_t value() const {
+    uint32_t result = reg;
+    for (uint32_t left = count; left > 0;) {
+      // The table serves fewer than 8 bits too: leading zeros change nothing.
+      const uint32_t n = left < 8 ? left : 8;
+      left -= n;
+      const uint32_t bits = uint32_t(pending >> left) & ((1u << n) - 1);
+      result = (result << n & 0xFFFF) ^ tables.after[0][result >> (16 - n) ^ bits];
+    }
+    return result;
+  }
 
  private:
   uint32_t reg = 0xFFFF;
+  uint64_t pending = 0;  // the last `count` bits of it were not yet taken
+  uint32_t count = 0;    // below 32
 };
 
 // The channels whose allocation is coded on its own in subband `sb`.
@@ -59,7 +93,6 @@ extern "C" void neb_II_CRC_calc(const FrameParams *fp, const uint32_t allocation
   for (int32_t sb = 0; sb < sblimit; ++sb)
     for (int32_t ch = 0; ch < codedChannels(*fp, sb); ++ch) check.feed(allocation[ch][sb], fp->allocTable[sb][0].bits);
   for (int32_t sb = 0; sb < sblimit; ++sb)
-    for (int32_t ch = 0; ch < channels; ++ch)
-      if (allocation[ch][sb] != 0) check.feed(scfsi[ch][sb], 2);
+    for (int32_t ch = 0; ch < channels; ++ch) check.feed(scfsi[ch][sb], allocation[ch][sb] != 0 ? 2 : 0);
   *crc = check.value();
 }
