@@ -132,9 +132,10 @@ Run sideInfo(CpuLevel) {
       parseFrameHeader(frame.data(), fp);
       BitReader bits(frame.data() + 4, uint32_t(frame.size()) - 4);
       SideInfo side;
-      bits.getbits(16);
-      II_decode_bitalloc(bits, fp, side);
-      II_decode_scale(bits, fp, side);
+      BitReader::Place place;
+      bits.getbits(place, 16);
+      II_decode_bitalloc(bits, place, fp, side);
+      II_decode_scale(bits, place, fp, side);
       keep(&side);
     }
   };
@@ -144,10 +145,9 @@ struct Parsed {
   FrameParams fp{};
   SideInfo side{};
   FrameCodes codes{};
-  GranuleScales scales{};
   SubbandSamples samples{};
-  SynthesisHistory history{};
-  ChannelPcm pcm{};
+  SynthesisHistory history[2] = {};
+  int16_t pcm[QAV_MAX_FRAME_PCM_BYTES / 2];
   std::vector<uint8_t> body;
 };
 
@@ -162,11 +162,13 @@ std::shared_ptr<Parsed> parsedFrame() {
 Run bufferSamples(CpuLevel) {
   const auto p = parsedFrame();
   BitReader bits(p->body.data(), uint32_t(p->body.size()));
-  bits.getbits(16);
-  II_decode_bitalloc(bits, p->fp, p->side);
-  II_decode_scale(bits, p->fp, p->side);
-  return [p, bits]() mutable {
-    II_buffer_sample(bits, p->side, p->fp, p->codes);
+  BitReader::Place place;
+  bits.getbits(place, 16);
+  II_decode_bitalloc(bits, place, p->fp, p->side);
+  II_decode_scale(bits, place, p->fp, p->side);
+  return [p, bits, place]() mutable {
+    p->codes.grouped.count = p->codes.shortTriples.count = p->codes.longTriples.count = 0;
+    II_buffer_sample(bits, place.bit, p->side, p->fp, p->codes);
     keep(&p->codes);
   };
 }
@@ -174,29 +176,29 @@ Run bufferSamples(CpuLevel) {
 Run dequantize(CpuLevel level) {
   const auto p = parsedFrame();
   BitReader bits(p->body.data(), uint32_t(p->body.size()));
-  bits.getbits(16);
-  II_decode_bitalloc(bits, p->fp, p->side);
-  II_decode_scale(bits, p->fp, p->side);
-  II_buffer_sample(bits, p->side, p->fp, p->codes);
+  BitReader::Place place;
+  bits.getbits(place, 16);
+  II_decode_bitalloc(bits, place, p->fp, p->side);
+  II_decode_scale(bits, place, p->fp, p->side);
+  II_buffer_sample(bits, place.bit, p->side, p->fp, p->codes);
   const DecoderKernels &kernels = decoderKernelsFor(level);
   return [p, &kernels] {
-    spreadScaleFactors(p->side, p->fp, p->scales);
-    clearUnallocated(p->side, p->fp, p->samples);
-    kernels.II_dequantize_sample(p->codes, p->scales, p->samples);
+    for (int ch = 0; ch < 2; ++ch) kernels.clearUnallocated(p->side.allocation[ch], ch, p->samples);
+    kernels.II_dequantize_sample(p->codes, p->side, p->samples);
     keep(&p->samples);
   };
 }
 
-Run synthesis(CpuLevel level) {
+Run synthesis(CpuLevel level, int channels) {
   const auto p = std::make_shared<Parsed>();
   std::mt19937 random(36);
-  for (auto &sb : p->samples.value[0])
+  for (auto &sb : p->samples.value)
     for (float &v : sb) v = std::uniform_real_distribution<float>(-0.1f, 0.1f)(random);
   const DecoderKernels &kernels = decoderKernelsFor(level);
-  return [p, &kernels] {
-    kernels.II_SubBandSynthesis(p->samples.value[0], p->history, p->pcm);
-    p->history.advance(kMaxBlocks);
-    keep(&p->pcm);
+  return [p, &kernels, channels] {
+    kernels.II_SubBandSynthesis[channels - 1](p->samples, p->history, p->pcm);
+    for (int ch = 0; ch < channels; ++ch) p->history[ch].advance(kMaxBlocks);
+    keep(p->pcm);
   };
 }
 
@@ -207,7 +209,10 @@ QAV_BENCH = addStage(
     "getbits and side information", CpuLevel::Baseline, [] { return sideInfo(CpuLevel::Baseline); }, kFrames);
 QAV_BENCH = addStage("sample codes", CpuLevel::Baseline, [] { return bufferSamples(CpuLevel::Baseline); });
 QAV_BENCH = addStageAtEveryLevel("dequantisation", dequantize);
-QAV_BENCH = addStageAtEveryLevel("synthesis, channel-frame", synthesis);
+// Both channels of a frame, told for one.
+QAV_BENCH = addStageAtEveryLevel(
+    "synthesis, channel-frame", [](CpuLevel level) { return synthesis(level, 2); }, 2);
+QAV_BENCH = addStageAtEveryLevel("synthesis, mono frame", [](CpuLevel level) { return synthesis(level, 1); });
 
 }  // namespace
 }  // namespace qav::bench

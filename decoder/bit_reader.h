@@ -25,15 +25,22 @@ class BitReader {
     zeroUpTo(kMaxSideInfoBits);
   }
 
+  // A place in the frame, from which a run of fields is read. A run is to have its place in a local variable, so that
+  // the compiler can keep it in registers.
+  struct Place {
+    uint32_t bit = 0;
+    uint32_t lastRead = 0;  // where the last read began
+  };
+
   // The next n bits, 0 <= n <= 32.
-  uint32_t getbits(uint32_t n) {
-    const uint64_t word = wordAt(bitPos);
-    lastRead = bitPos;
-    bitPos += n;
+  uint32_t getbits(Place &place, uint32_t n) const {
+    const uint64_t word = wordAt(place.bit);
+    place.lastRead = place.bit;
+    place.bit += n;
     return uint32_t(word >> 1 >> (63 - n));
   }
 
-  // The 57 bits or more from bit `at` on, first bit on top. `at` lies in what was read, or was announced.
+  // The 57 bits or more from bit `at` on, first bit on top. `at` lies in the side information, or was announced.
   uint64_t wordAt(uint32_t at) const {
     uint64_t word;
     std::memcpy(&word, bytes + at / 8, sizeof word);
@@ -44,11 +51,8 @@ class BitReader {
   // Makes wordAt() good up to bit `end`, not more than kMaxSideInfoBits + kMaxSampleBits.
   void announce(uint32_t end) { zeroUpTo(end); }
 
-  uint32_t position() const { return bitPos; }
-
   // Where a read begins, the frame must still have a byte.
   bool hasByteAt(uint32_t at) const { return at < endBit; }
-  bool ranOut() const { return !hasByteAt(lastRead); }
 
  private:
   static constexpr uint32_t kCapacity = (kMaxSideInfoBits + kMaxSampleBits + 7) / 8;
@@ -62,8 +66,6 @@ class BitReader {
   }
 
   uint64_t endBit;
-  uint32_t bitPos = 0;
-  uint32_t lastRead = 0;
   uint32_t filled;  // bytes that hold payload or zeros
   uint8_t bytes[kCapacity + kWordBytes];
 };

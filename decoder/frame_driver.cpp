@@ -1,7 +1,8 @@
 // One frame from bytes to PCM (ISO/IEC 11172-3 clause 2.4.3).
+#include <cstring>
+
 #include "decoder/bit_reader.h"
 #include "decoder/decoder_session.h"
-#include "decoder/dequant.h"
 #include "decoder/kernels.h"
 #include "decoder/sample_codes.h"
 #include "decoder/side_info.h"
@@ -12,19 +13,19 @@ namespace {
 
 // The side information and the check over it. Only a frame whose side information is whole and fits its check word is
 // worth decoding.
-bool readSideInfo(BitReader &bits, const FrameParams &frame, SideInfo &side) {
-  const uint32_t checkWord = frame.protection != 0 ? bits.getbits(16) : 0;
+bool readSideInfo(const BitReader &bits, BitReader::Place &place, const FrameParams &frame, SideInfo &side) {
+  const uint32_t checkWord = frame.protection != 0 ? bits.getbits(place, 16) : 0;
   uint32_t computed = checkWord;
   if (frame.layer == 1) {
-    I_decode_bitalloc(bits, frame, side);
-    I_decode_scale(bits, frame, side);
+    I_decode_bitalloc(bits, place, frame, side);
+    I_decode_scale(bits, place, frame, side);
     if (frame.protection != 0) neb_I_CRC_calc(&frame, side.allocation, &computed);
   } else {
-    II_decode_bitalloc(bits, frame, side);
-    II_decode_scale(bits, frame, side);
+    II_decode_bitalloc(bits, place, frame, side);
+    II_decode_scale(bits, place, frame, side);
     if (frame.protection != 0) neb_II_CRC_calc(&frame, side.allocation, side.scfsi, &computed);
   }
-  return !bits.ranOut() && computed == checkWord;
+  return bits.hasByteAt(place.lastRead) && computed == checkWord;
 }
 
 // Decodes the frame whose header is in the session. A frame that runs out among its samples gives those of its complete
@@ -38,29 +39,31 @@ uint32_t decFrame(DecoderSession &s, BitReader &bits, int16_t *out, uint32_t &sa
   if (frame.channels == 0 || (!layer1 && frame.allocTable == nullptr)) return QAV_DECODE_REFUSED;
 
   SideInfo side;
-  if (!readSideInfo(bits, frame, side)) return QAV_DECODE_REFUSED;
+  BitReader::Place place;
+  if (!readSideInfo(bits, place, frame, side)) return QAV_DECODE_REFUSED;
 
   FrameCodes codes;
-  GranuleScales scales;
   SubbandSamples subbands;
-  spreadScaleFactors(side, frame, scales);
-  clearUnallocated(side, frame, subbands);
+  const DecoderKernels &kernels = *s.kernels;
+  for (int32_t ch = 0; ch < frame.channels; ++ch) kernels.clearUnallocated(side.allocation[ch], ch, subbands);
   if (layer1) {
-    I_buffer_sample(bits, side, frame, codes);
-    s.kernels->I_dequantize_sample(codes, scales, subbands);
+    I_buffer_sample(bits, place.bit, side, frame, codes);
+    kernels.I_dequantize_sample(codes, side, subbands);
   } else {
-    II_buffer_sample(bits, side, frame, codes);
-    s.kernels->II_dequantize_sample(codes, scales, subbands);
+    II_buffer_sample(bits, place.bit, side, frame, codes);
+    kernels.II_dequantize_sample(codes, side, subbands);
   }
 
+  const auto synthesis = (layer1 ? kernels.I_SubBandSynthesis : kernels.II_SubBandSynthesis)[frame.channels - 1];
   const int32_t blocks = codes.granules * (layer1 ? 1 : 3);
-  ChannelPcm pcm[2];
-  for (int32_t ch = 0; ch < frame.channels; ++ch) {
-    const auto synthesis = layer1 ? s.kernels->I_SubBandSynthesis : s.kernels->II_SubBandSynthesis;
-    synthesis(subbands.value[ch], s.synthesis[ch], pcm[ch]);
-    s.synthesis[ch].advance(blocks);
+  if (codes.granules == kGranules) {
+    synthesis(subbands, s.synthesis, out);
+  } else {
+    int16_t whole[2 * 32 * kMaxBlocks];
+    synthesis(subbands, s.synthesis, whole);
+    std::memcpy(out, whole, sizeof(int16_t) * size_t(32 * blocks * frame.channels));
   }
-  (frame.channels == 2 ? s.kernels->storeStereo : s.kernels->storeMono)(pcm, 32 * blocks, out);
+  for (int32_t ch = 0; ch < frame.channels; ++ch) s.synthesis[ch].advance(blocks);
   samples = uint32_t(32 * blocks * frame.channels);
   return codes.granules == kGranules ? QAV_DECODE_OK : QAV_DECODE_REFUSED;
 }

@@ -6,31 +6,24 @@
 namespace qav {
 namespace {
 
-template <int Channels>
-NEB_INLINE void storeBody(const ChannelPcm *pcm, int32_t frames, int16_t *out) {
-  for (int32_t t = 0; t < frames; ++t)
-    for (int32_t ch = 0; ch < Channels; ++ch) out[Channels * t + ch] = int16_t(pcm[ch].sample[t]);
-}
-
 // The kernels of one CPU level: `target` is its attribute, N its number of lanes.
-#define QAV_DECODER_KERNELS(Level, target, N)                                                                 \
-  struct Level {                                                                                              \
-    target static void dequantize1(const FrameCodes &c, const GranuleScales &s, SubbandSamples &x) {          \
-      kernels::I_dequantizeBody<N>(c, s, x);                                                                  \
-    }                                                                                                         \
-    target static void dequantize2(const FrameCodes &c, const GranuleScales &s, SubbandSamples &x) {          \
-      kernels::II_dequantizeBody<N>(c, s, x);                                                                 \
-    }                                                                                                         \
-    target static void synthesis1(const float (*x)[kSampleStride], SynthesisHistory &h, ChannelPcm &pcm) {    \
-      kernels::synthesisBody<N, 1>(x, h, pcm);                                                                \
-    }                                                                                                         \
-    target static void synthesis2(const float (*x)[kSampleStride], SynthesisHistory &h, ChannelPcm &pcm) {    \
-      kernels::synthesisBody<N, 2>(x, h, pcm);                                                                \
-    }                                                                                                         \
-    target static void storeMono(const ChannelPcm *p, int32_t n, int16_t *out) { storeBody<1>(p, n, out); }   \
-    target static void storeStereo(const ChannelPcm *p, int32_t n, int16_t *out) { storeBody<2>(p, n, out); } \
-    static constexpr DecoderKernels table = {                                                                 \
-        dequantize1, dequantize2, synthesis1, synthesis2, storeMono, storeStereo};                            \
+#define QAV_DECODER_KERNELS(Level, target, N)                                                                     \
+  struct Level {                                                                                                  \
+    target static void clear(const uint32_t (&allocation)[32], int32_t ch, SubbandSamples &x) {                   \
+      kernels::clearBody<N>(allocation, ch, x);                                                                   \
+    }                                                                                                             \
+    target static void dequantize1(const FrameCodes &codes, const SideInfo &side, SubbandSamples &x) {            \
+      kernels::I_dequantizeBody<N>(codes, side, x);                                                               \
+    }                                                                                                             \
+    target static void dequantize2(const FrameCodes &codes, const SideInfo &side, SubbandSamples &x) {            \
+      kernels::II_dequantizeBody<N>(codes, side, x);                                                              \
+    }                                                                                                             \
+    template <int Layer, int Channels>                                                                            \
+    target static void synthesis(const SubbandSamples &x, SynthesisHistory *history, int16_t *out) {              \
+      kernels::synthesisBody<N, Layer, Channels>(x, history, out);                                                \
+    }                                                                                                             \
+    static constexpr DecoderKernels table = {                                                                     \
+        clear, dequantize1, dequantize2, {synthesis<1, 1>, synthesis<1, 2>}, {synthesis<2, 1>, synthesis<2, 2>}}; \
   }
 
 QAV_DECODER_KERNELS(Baseline, , 4);

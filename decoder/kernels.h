@@ -2,23 +2,26 @@
 #pragma once
 
 #include "base/cpu.h"
-#include "decoder/dequant.h"
+#include "decoder/sample_codes.h"
+#include "decoder/side_info.h"
+#include "decoder/subband_samples.h"
 #include "decoder/synthesis.h"
 
 namespace qav {
 
 struct DecoderKernels {
+  // Silences the subbands of channel `ch` that have no allocation.
+  void (*clearUnallocated)(const uint32_t (&allocation)[32], int32_t ch, SubbandSamples &samples);
+
   // Codes into scaled subband samples; subbands without codes are left alone.
-  void (*I_dequantize_sample)(const FrameCodes &codes, const GranuleScales &scales, SubbandSamples &samples);
-  void (*II_dequantize_sample)(const FrameCodes &codes, const GranuleScales &scales, SubbandSamples &samples);
+  void (*I_dequantize_sample)(const FrameCodes &codes, const SideInfo &side, SubbandSamples &samples);
+  void (*II_dequantize_sample)(const FrameCodes &codes, const SideInfo &side, SubbandSamples &samples);
 
-  // One channel's samples of a frame, 12 or 36 blocks, through the filterbank. The caller advances the history.
-  void (*I_SubBandSynthesis)(const float (*samples)[kSampleStride], SynthesisHistory &history, ChannelPcm &pcm);
-  void (*II_SubBandSynthesis)(const float (*samples)[kSampleStride], SynthesisHistory &history, ChannelPcm &pcm);
-
-  // The PCM of one or two channels into the caller's memory, `frames` sample frames.
-  void (*storeMono)(const ChannelPcm *pcm, int32_t frames, int16_t *out);
-  void (*storeStereo)(const ChannelPcm *pcm, int32_t frames, int16_t *out);
+  // By number of channels less one: the samples of a frame through the filterbank into interleaved PCM. The caller
+  // advances the histories.
+  using Synthesis = void (*)(const SubbandSamples &samples, SynthesisHistory *history, int16_t *out);
+  Synthesis I_SubBandSynthesis[2];
+  Synthesis II_SubBandSynthesis[2];
 };
 
 // `level` is one that this CPU has.

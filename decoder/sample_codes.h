@@ -1,7 +1,8 @@
-// The sample codes of a whole frame.
+// Where the sample codes of a frame are.
 //
 // A frame's samples stand in twelve granules of the same make-up: the codes of one subband lie at the same distance from
-// the granule's start in each. So a frame is read subband by subband, all granules at once.
+// the granule's start in each. So the make-up is worked out once, and then all granules are read side by side: a few
+// fields of neighbouring subbands at a time as one word per granule, from which vector shifts get the single codes.
 #pragma once
 
 #include <cstdint>
@@ -14,28 +15,39 @@ namespace qav {
 
 inline constexpr int32_t kGranules = 12;
 
-// The codes of one subband, of one channel or of both where they share them.
-struct SubbandCodes {
-  // Per granule, first bit on top: Layer I, its code; Layer II, its three codes, as many as 32 bits hold. What follows
-  // them is of no meaning.
-  alignas(64) uint32_t upper[16];
-  // Layer II: the same from the third code on, when three do not fit into 32 bits.
-  uint32_t lower[16];
+// The field of one subband in every granule, of one channel or of both where they share it.
+struct CodeField {
+  uint8_t word;   // in which words it stands,
+  uint8_t shift;  // and at how many bits below the top
+  uint8_t bits;   // of one codeword, 2 .. 16
+  uint8_t quant;  // Layer II: quantisation class
+  uint8_t sb;
+  uint8_t firstChannel, lastChannel;
+};
 
-  int32_t bits;    // of one code, 2 .. 16; of Layer II's grouped codes, what each takes after they were taken apart
-  int32_t levels;  // Layer II: 3 .. 65535; the codes are 0 .. levels - 1 in a good stream
-  int32_t quant;   // Layer II: quantisation class
-  int32_t sb;
-  int32_t firstChannel, lastChannel;
+struct FieldList {
+  int32_t count = 0;
+  CodeField field[2 * 32];
+
+  void add(const CodeField &f) { field[count++] = f; }
 };
 
 struct FrameCodes {
-  SubbandCodes subbands[2 * 32];
-  int32_t count;     // of them: those with an allocation
-  int32_t granules;  // that are complete: kGranules but in a frame that runs out, where the others are of no meaning
+  // [.][g] holds some fields of granule g, first bit on top. The places beyond twelve are of no meaning.
+  alignas(64) uint64_t words[2 * 32][16];
+
+  // By what is to be done with them: one codeword for the three samples of a granule (Layer II); one code (Layer I);
+  // three codes, in 32 bits together or in more (Layer II).
+  FieldList grouped, single, shortTriples, longTriples;
+
+  // How many granules are complete: kGranules but in a frame that runs out. The others are of no meaning.
+  int32_t granules;
 };
 
-void I_buffer_sample(BitReader &bits, const SideInfo &side, const FrameParams &frame, FrameCodes &codes);
-void II_buffer_sample(BitReader &bits, const SideInfo &side, const FrameParams &frame, FrameCodes &codes);
+// `start` is the bit at which the samples begin.
+void I_buffer_sample(BitReader &bits, uint32_t start, const SideInfo &side, const FrameParams &frame,
+                     FrameCodes &codes);
+void II_buffer_sample(BitReader &bits, uint32_t start, const SideInfo &side, const FrameParams &frame,
+                      FrameCodes &codes);
 
 }  // namespace qav

@@ -15,12 +15,14 @@ struct SideInfo {
                                    // samples
 };
 
+// Each reads on from `place` and leaves there where it ended.
+
 // Layer I (ISO/IEC 11172-3 clause 2.4.1.5).
-void I_decode_bitalloc(BitReader &bits, const FrameParams &frame, SideInfo &side);
-void I_decode_scale(BitReader &bits, const FrameParams &frame, SideInfo &side);
+void I_decode_bitalloc(const BitReader &bits, BitReader::Place &place, const FrameParams &frame, SideInfo &side);
+void I_decode_scale(const BitReader &bits, BitReader::Place &place, const FrameParams &frame, SideInfo &side);
 
 // Layer II (ISO/IEC 11172-3 clause 2.4.1.6).
-void II_decode_bitalloc(BitReader &bits, const FrameParams &frame, SideInfo &side);
-void II_decode_scale(BitReader &bits, const FrameParams &frame, SideInfo &side);
+void II_decode_bitalloc(const BitReader &bits, BitReader::Place &place, const FrameParams &frame, SideInfo &side);
+void II_decode_scale(const BitReader &bits, BitReader::Place &place, const FrameParams &frame, SideInfo &side);
 
 }  // namespace qav

@@ -8,7 +8,7 @@
 
 #include <cstdint>
 
-#include "decoder/dequant.h"
+#include "decoder/subband_samples.h"
 
 namespace qav {
 
@@ -16,16 +16,12 @@ inline constexpr int32_t kHistoryRows = 15;
 inline constexpr int32_t kRow = 64;
 
 struct SynthesisHistory {
-  // First the blocks before this frame, oldest first, then this frame's. The first value of each row stays 0.
-  alignas(64) float row[kHistoryRows + kMaxBlocks][kRow];
+  // First the blocks before this frame, oldest first, then this frame's, then a row where vectors leave what is of no
+  // meaning. The first value of each row stays 0.
+  alignas(64) float row[kHistoryRows + kMaxBlocks + 1][kRow];
 
-  // Makes the last `blocks` + 15 blocks' end the past of the next frame.
+  // Makes what lies before the end of the frame's first `blocks` blocks the past of the next frame.
   void advance(int32_t blocks);
-};
-
-// PCM of one frame and channel before it is put in place.
-struct ChannelPcm {
-  alignas(64) int32_t sample[kMaxBlocks * 32];
 };
 
 }  // namespace qav

@@ -1,6 +1,7 @@
 // The bodies of the synthesis filterbank: matrixing, windowing, rounding.
 #pragma once
 
+#include <bit>
 #include <cstdint>
 
 #include "base/attributes.h"
@@ -12,40 +13,62 @@
 
 namespace qav::kernels {
 
-// Which block of the frame is sample `lane` of a subband's samples.
 template <int Layer>
-NEB_INLINE int32_t blockOf(int32_t lane) {
-  return Layer == 1 ? lane : 3 * (lane % kGranules) + lane / kGranules;
-}
+inline constexpr int32_t kBlocks = Layer == 1 ? 12 : 36;
+
+// The row, counted from channel 0's first, of the block whose samples stand at each place of SubbandSamples.
+template <int Layer>
+struct RowOfPlace {
+  uint8_t row[2 * kChannelStride];
+
+  constexpr RowOfPlace() : row() {
+    constexpr int32_t rows = kHistoryRows + kMaxBlocks + 1;
+    for (int32_t i = 0; i < 2 * kChannelStride; ++i) {
+      const int32_t channel = i / kChannelStride, place = i % kChannelStride;
+      const int32_t block = Layer == 1 ? place : 3 * (place % 12) + place / 12;
+      row[i] = uint8_t(rows * channel + kHistoryRows + (place < kBlocks<Layer> ? block : kMaxBlocks));
+    }
+  }
+};
 
 template <int Layer>
-inline constexpr int32_t kBlocks = Layer == 1 ? kGranules : 3 * kGranules;
+inline constexpr RowOfPlace<Layer> kRowOfPlace;
 
-// Matrixing of N blocks, `lane` and the following ones.
+// Matrixing of the N blocks whose samples stand from `place` on.
 template <int N, int Layer>
-NEB_INLINE void matrixLanes(const float (*samples)[kSampleStride], int32_t lane, float (*rows)[kRow]) {
+NEB_INLINE void matrixLanes(const SubbandSamples &samples, int32_t place, float (*rows)[kRow]) {
   using V = Lanes<float, N>;
   V x[32];
 #pragma GCC unroll 32
-  for (int sb = 0; sb < 32; ++sb) x[sb] = loadLanes<V>(samples[sb] + lane);
+  for (int sb = 0; sb < 32; ++sb) x[sb] = loadLanes<V>(samples.value[sb] + place);
   dct2<32>(x);
 #pragma GCC unroll 32
   for (int m = 0; m < 32; m += N) {
     transpose<N>(x + m);
 #pragma GCC unroll 16
     for (int l = 0; l < N; ++l) {
-      float *const middle = rows[blockOf<Layer>(lane + l)] + kRow / 2;
+      float *const middle = rows[kRowOfPlace<Layer>.row[place + l]] + kRow / 2;
       storeLanes(middle + m, x[m + l]);
       storeLanes(middle - m - (N - 1), reversed<N>(x[m + l]));
     }
   }
 }
 
-// All blocks, as many at a time as are left, N at most.
+// The places from `place` to `end`, as many at a time as are left, N at most.
 template <int N, int Layer>
-NEB_INLINE void matrixBody(const float (*samples)[kSampleStride], float (*rows)[kRow], int32_t lane = 0) {
-  for (; lane + N <= kBlocks<Layer>; lane += N) matrixLanes<N, Layer>(samples, lane, rows);
-  if constexpr (N > 4) matrixBody<N / 2, Layer>(samples, rows, lane);
+NEB_INLINE void matrixRange(const SubbandSamples &samples, int32_t place, int32_t end, float (*rows)[kRow]) {
+  for (; place + N <= end; place += N) matrixLanes<N, Layer>(samples, place, rows);
+  if constexpr (N > 4) matrixRange<N / 2, Layer>(samples, place, end, rows);
+}
+
+template <int N, int Layer, int Channels>
+NEB_INLINE void matrixBody(const SubbandSamples &samples, float (*rows)[kRow]) {
+  if constexpr (Layer == 2 && Channels == 2 && N >= 8) {
+    matrixRange<N, Layer>(samples, 0, 2 * kChannelStride, rows);
+  } else {
+    for (int32_t ch = 0; ch < Channels; ++ch)
+      matrixRange<N, Layer>(samples, kChannelStride * ch, kChannelStride * ch + kBlocks<Layer>, rows);
+  }
 }
 
 // D[j + 32 i] for output j and the row i blocks back, with the sign that the row leaves to it, and 32768 for the range
@@ -81,38 +104,59 @@ NEB_INLINE Lanes<int32_t, N> toSamples(Lanes<float, N> y) {
   return __builtin_convertvector(y, Lanes<int32_t, N>);
 }
 
-// Windowing of `Tile` blocks: outputs j .. j + 2N - 1 of each, every sum in the order of i.
-template <int N, int Layer, int Tile>
-NEB_INLINE void windowTile(const float (*rows)[kRow], int32_t j, int32_t *pcm) {
+// Outputs j .. j + N - 1 of one block into place.
+template <int N, int Layer>
+NEB_INLINE void storeMono(Lanes<float, N> y, int16_t *out) {
+  storeLanes(out, __builtin_convertvector(toSamples<N, Layer>(y), Lanes<int16_t, N>));
+}
+
+template <int N, int Layer>
+NEB_INLINE void storeStereo(Lanes<float, N> y0, Lanes<float, N> y1, int16_t *out) {
+  using Frames = Lanes<uint32_t, N>;  // the two samples of a time are one word
+  const Frames left = (Frames)toSamples<N, Layer>(y0), right = (Frames)toSamples<N, Layer>(y1);
+  constexpr bool little = std::endian::native == std::endian::little;
+  const Frames first = little ? left : right, second = little ? right : left;
+  storeLanes(out, (first & 0xFFFFu) | second << 16);
+}
+
+// Windowing of `Tile` blocks of each channel: outputs j .. j + 2N - 1, every sum in the order of i.
+template <int N, int Layer, int Channels, int Tile>
+NEB_INLINE void windowTile(const SynthesisHistory *history, int32_t block, int32_t j, int16_t *out) {
   using V = Lanes<float, N>;
-  V sum[Tile][2];
+  V sum[Channels][Tile][2];
 #pragma GCC unroll 16
   for (int i = 0; i < 16; ++i) {
     const int32_t at = i % 2 == 0 ? (48 + j) % kRow : 16 + j;
     const V tap0 = loadLanes<V>(kTaps.value[i] + j), tap1 = loadLanes<V>(kTaps.value[i] + j + N);
+#pragma GCC unroll 2
+    for (int ch = 0; ch < Channels; ++ch)
 #pragma GCC unroll 16
-    for (int b = 0; b < Tile; ++b) {
-      const float *const row = rows[b - i];
-      const V product0 = tap0 * loadLanes<V>(row + at);
-      const V product1 = tap1 * loadLanes<V>(row + (at + N) % kRow);
-      sum[b][0] = i == 0 ? product0 : sum[b][0] + product0;
-      sum[b][1] = i == 0 ? product1 : sum[b][1] + product1;
+      for (int b = 0; b < Tile; ++b) {
+        const float *const row = history[ch].row[kHistoryRows + block + b - i];
+        const V product0 = tap0 * loadLanes<V>(row + at);
+        const V product1 = tap1 * loadLanes<V>(row + (at + N) % kRow);
+        sum[ch][b][0] = i == 0 ? product0 : sum[ch][b][0] + product0;
+        sum[ch][b][1] = i == 0 ? product1 : sum[ch][b][1] + product1;
+      }
+  }
+#pragma GCC unroll 16
+  for (int b = 0; b < Tile; ++b)
+#pragma GCC unroll 2
+    for (int half = 0; half < 2; ++half) {
+      int16_t *const to = out + Channels * (32 * (block + b) + j + half * N);
+      if constexpr (Channels == 1)
+        storeMono<N, Layer>(sum[0][b][half], to);
+      else
+        storeStereo<N, Layer>(sum[0][b][half], sum[1][b][half], to);
     }
-  }
-#pragma GCC unroll 16
-  for (int b = 0; b < Tile; ++b) {
-    storeLanes(pcm + 32 * b + j, toSamples<N, Layer>(sum[b][0]));
-    storeLanes(pcm + 32 * b + j + N, toSamples<N, Layer>(sum[b][1]));
-  }
 }
 
-template <int N, int Layer>
-NEB_INLINE void synthesisBody(const float (*samples)[kSampleStride], SynthesisHistory &history, ChannelPcm &pcm) {
-  constexpr int kTile = 6;
-  float(*const rows)[kRow] = history.row + kHistoryRows;
-  matrixBody<N, Layer>(samples, rows);
+template <int N, int Layer, int Channels>
+NEB_INLINE void synthesisBody(const SubbandSamples &samples, SynthesisHistory *history, int16_t *out) {
+  constexpr int kTile = 6 / Channels;
+  matrixBody<N, Layer, Channels>(samples, history[0].row);
   for (int32_t block = 0; block < kBlocks<Layer>; block += kTile)
-    for (int32_t j = 0; j < 32; j += 2 * N) windowTile<N, Layer, kTile>(rows + block, j, pcm.sample + 32 * block);
+    for (int32_t j = 0; j < 32; j += 2 * N) windowTile<N, Layer, Channels, kTile>(history, block, j, out);
 }
 
 }  // namespace qav::kernels

@@ -1,24 +1,11 @@
 // Turning N vectors of N values about the diagonal.
 #pragma once
 
-#include <cstddef>
-#include <utility>
-
 #include "base/attributes.h"
 #include "base/lanes.h"
+#include "decoder/shuffle.inl.h"
 
 namespace qav::kernels {
-
-// The vector whose value l is value Pattern::at(l) of the 2N values of a and b.
-template <typename Pattern, typename V, size_t... l>
-NEB_INLINE V shuffle(V a, V b, std::index_sequence<l...>) {
-  return __builtin_shufflevector(a, b, Pattern::at(int(l))...);
-}
-
-template <typename Pattern, int N, typename V>
-NEB_INLINE V shuffle(V a, V b) {
-  return shuffle<Pattern>(a, b, std::make_index_sequence<size_t(N)>());
-}
 
 // Within each four values (what the shuffle units of all CPUs do best): pieces of `Size` values, taken in turn from the
 // lower or the upper half of a's four and of b's.

@@ -1,12 +1,10 @@
 // From the bits of the samples to subband samples, one code at a time.
-#include "decoder/dequant.h"
-
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <memory>
 
 #include "decoder/kernels.h"
+#include "decoder/sample_codes.h"
 #include "format/format.h"
 #include "tests/decoder/decoder_fixture.h"
 
@@ -30,19 +28,18 @@ struct Stage {
   SideInfo side{};
   FrameParams fp{};
   FrameCodes codes{};
-  GranuleScales scales{};
   SubbandSamples samples{};
 
   void run(const Bytes &bytes, const DecoderKernels &kernels) {
     BitReader bits(bytes.data(), uint32_t(bytes.size()));
-    spreadScaleFactors(side, fp, scales);
-    clearUnallocated(side, fp, samples);
+    codes = FrameCodes{};
+    for (int ch = 0; ch < fp.channels; ++ch) kernels.clearUnallocated(side.allocation[ch], ch, samples);
     if (fp.layer == 1) {
-      I_buffer_sample(bits, side, fp, codes);
-      kernels.I_dequantize_sample(codes, scales, samples);
+      I_buffer_sample(bits, 0, side, fp, codes);
+      kernels.I_dequantize_sample(codes, side, samples);
     } else {
-      II_buffer_sample(bits, side, fp, codes);
-      kernels.II_dequantize_sample(codes, scales, samples);
+      II_buffer_sample(bits, 0, side, fp, codes);
+      kernels.II_dequantize_sample(codes, side, samples);
     }
   }
 };
@@ -99,7 +96,7 @@ TEST(Dequant, Layer2EveryCode) {
           }
           for (uint32_t k = 0; k < 3; ++k) {
             const float expected = referenceFraction2(levels, codes[k]) * multiple[(first + 7 * (g / 4)) % 63];
-            ASSERT_EQ(stage->samples.value[0][sb][12 * k + g], expected)
+            ASSERT_EQ(stage->samples.value[sb][12 * k + g], expected)
                 << cpuLevelName(level) << ", " << levels << " levels, code " << codes[k];
           }
         }
@@ -116,7 +113,7 @@ TEST(Dequant, Layer2TellingCodes) {
   for (int g = 0; g < 12; ++g) writer.put(g == 0 ? 26 : 5, 5);
   for (auto &part : stage->side.scaleFactor[0]) part[3] = 3;  // 1.0
   stage->run(writer.bytes, decoderKernelsFor(CpuLevel::Baseline));
-  const float *x = stage->samples.value[0][3];
+  const float *x = stage->samples.value[3];
   for (int k = 0; k < 3; ++k) EXPECT_EQ(x[12 * k], 0.5f * 1.3333334f);  // 26: codes 2, 2, 2
   EXPECT_EQ(x[1], 0.5f * 1.3333334f);                                   // 5: codes 2, 1, 0
   EXPECT_EQ(x[12 + 1], 0.0f);
@@ -129,9 +126,9 @@ TEST(Dequant, Layer2TellingCodes) {
   for (int i = 0; i < 36; ++i) fine.put(i % 2 == 0 ? 0x8000 : 0x7FFF, 16);
   stage->run(fine.bytes, decoderKernelsFor(CpuLevel::Baseline));
   const float d = 0.00003051758f, c = 1.0000153f;
-  EXPECT_EQ(stage->samples.value[0][0][0], d * c);
+  EXPECT_EQ(stage->samples.value[0][0], d * c);
   EXPECT_GT(d, 0x1p-15f);
-  EXPECT_EQ(stage->samples.value[0][0][12], (-1.0f + 32767.0f / 32768.0f + d) * c);
+  EXPECT_EQ(stage->samples.value[0][12], (-1.0f + 32767.0f / 32768.0f + d) * c);
 }
 
 TEST(Dequant, Layer1EveryCode) {
@@ -149,7 +146,7 @@ TEST(Dequant, Layer1EveryCode) {
         for (uint32_t g = 0; g < 12; ++g) writer.put((first + g) % last, a + 1);
         stage->run(writer.bytes, decoderKernelsFor(level));
         for (uint32_t g = 0; g < 12; ++g)
-          ASSERT_EQ(stage->samples.value[0][31][g], referenceFraction1(a, (first + g) % last) * multiple[scale])
+          ASSERT_EQ(stage->samples.value[31][g], referenceFraction1(a, (first + g) % last) * multiple[scale])
               << cpuLevelName(level) << ", allocation " << a << ", code " << (first + g) % last;
       }
     }
@@ -162,7 +159,7 @@ TEST(Dequant, Layer1TwoBitCodes) {
   stage->side.allocation[0][0] = 1;
   for (auto &part : stage->side.scaleFactor[0]) part[0] = 3;
   stage->run({0x1B, 0x1B, 0x1B}, decoderKernelsFor(CpuLevel::Baseline));  // 0, 1, 2, 3, ...
-  const float *x = stage->samples.value[0][0];
+  const float *x = stage->samples.value[0];
   EXPECT_EQ(x[0], -2.0f / 3.0f);
   EXPECT_EQ(x[1], 0.0f);
   EXPECT_EQ(x[2], 2.0f / 3.0f);
@@ -183,12 +180,12 @@ TEST(Dequant, SharedCodesKeepTheirScaleFactors) {
   Bytes bytes(100);
   for (size_t i = 0; i < bytes.size(); ++i) bytes[i] = uint8_t(37 * i);
   stage->run(bytes, decoderKernelsFor(detectCpuLevel()));
-  EXPECT_EQ(stage->codes.count, 2);
+  EXPECT_EQ(stage->codes.grouped.count + stage->codes.shortTriples.count, 2);
   bool different = false;
   for (int i = 0; i < 36; ++i) {
-    EXPECT_EQ(stage->samples.value[0][5][i], 2.0f * stage->samples.value[1][5][i]);
-    EXPECT_EQ(stage->samples.value[0][2][i], 0.0f);
-    different |= stage->samples.value[0][5][i] != stage->samples.value[0][5][0];
+    EXPECT_EQ(stage->samples.value[5][i], 2.0f * stage->samples.value[5][kChannelStride + i]);
+    EXPECT_EQ(stage->samples.value[2][i], 0.0f);
+    different |= stage->samples.value[5][i] != stage->samples.value[5][0];
   }
   EXPECT_TRUE(different);
 }
@@ -199,8 +196,9 @@ TEST(Dequant, MonoReadsNothingForChannel1) {
   stage->side.allocation[0][0] = 4;
   stage->side.allocation[1][0] = 4;
   stage->run(Bytes(100), decoderKernelsFor(detectCpuLevel()));
-  EXPECT_EQ(stage->codes.count, 1);
-  EXPECT_EQ(stage->codes.subbands[0].lastChannel, 0);
+  ASSERT_EQ(stage->codes.shortTriples.count, 1);
+  EXPECT_EQ(stage->codes.shortTriples.field[0].lastChannel, 0);
+  EXPECT_EQ(stage->codes.grouped.count + stage->codes.longTriples.count, 0);
 }
 
 }  // namespace

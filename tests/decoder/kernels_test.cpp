@@ -29,30 +29,45 @@ float anyValue(std::mt19937 &random, int kind) {
   }
 }
 
+// Past the output stands a guard.
+struct Output {
+  alignas(64) int16_t pcm[2 * 32 * kMaxBlocks + 32];
+};
+
+template <int N, int Layer, int Channels>
+void plainSynthesis(const SubbandSamples &samples, SynthesisHistory *history, int16_t *out) {
+  kernels::synthesisBody<N, Layer, Channels>(samples, history, out);
+}
+
 TEST_P(Kernels, Synthesis) {
   const unsigned seed = 991;
   SCOPED_TRACE(seed);
   std::mt19937 random(seed);
-  const auto here = std::make_unique<SynthesisHistory>(), plain = std::make_unique<SynthesisHistory>();
+  const auto here = std::make_unique<SynthesisHistory[]>(2), plain = std::make_unique<SynthesisHistory[]>(2);
   const auto samples = std::make_unique<SubbandSamples>();
-  for (int round = 0; round < 60; ++round) {
-    const int kind = round % 5;
-    const bool layer1 = random() % 3 == 0;
-    for (auto &sb : samples->value[0])
-      for (float &v : sb) v = anyValue(random, kind);
-    ChannelPcm pcm[2];
-    std::memset(pcm, 0x77, sizeof pcm);
-    if (layer1) {
-      kernels.I_SubBandSynthesis(samples->value[0], *here, pcm[0]);
-      kernels::synthesisBody<1, 1>(samples->value[0], *plain, pcm[1]);
-    } else {
-      kernels.II_SubBandSynthesis(samples->value[0], *here, pcm[0]);
-      kernels::synthesisBody<1, 2>(samples->value[0], *plain, pcm[1]);
+  const auto outputs = std::make_unique<Output[]>(2);
+  for (int round = 0; round < 200; ++round) {
+    const int layer = random() % 3 == 0 ? 1 : 2, channels = random() % 3 == 0 ? 1 : 2;
+    for (auto &sb : samples->value)
+      for (float &v : sb) v = anyValue(random, round % 5);
+    std::memset(outputs.get(), 0x77, 2 * sizeof(Output));
+    const size_t misalignment = random() % 3;
+    const auto index = size_t(channels - 1);
+    (layer == 1 ? kernels.I_SubBandSynthesis : kernels.II_SubBandSynthesis)[index](*samples, here.get(),
+                                                                                   outputs[0].pcm + misalignment);
+    const DecoderKernels::Synthesis bodies[2][2] = {{plainSynthesis<1, 1, 1>, plainSynthesis<1, 1, 2>},
+                                                    {plainSynthesis<1, 2, 1>, plainSynthesis<1, 2, 2>}};
+    bodies[layer - 1][index](*samples, plain.get(), outputs[1].pcm + misalignment);
+    ASSERT_EQ(std::memcmp(&outputs[0], &outputs[1], sizeof(Output)), 0) << "round " << round;
+    const size_t written = size_t((layer == 1 ? 384 : 1152) * channels);
+    for (size_t i = misalignment + written; i < std::size(outputs[0].pcm); ++i)
+      ASSERT_EQ(outputs[0].pcm[i], 0x7777) << "round " << round;
+    for (int ch = 0; ch < 2; ++ch) {
+      here[size_t(ch)].advance(layer == 1 ? 12 : 36);
+      plain[size_t(ch)].advance(layer == 1 ? 12 : 36);
+      ASSERT_EQ(std::memcmp(here[size_t(ch)].row, plain[size_t(ch)].row, sizeof(float[kHistoryRows][kRow])), 0)
+          << "round " << round;
     }
-    ASSERT_EQ(std::memcmp(&pcm[0], &pcm[1], sizeof pcm[0]), 0) << "round " << round;
-    here->advance(layer1 ? 12 : 36);
-    plain->advance(layer1 ? 12 : 36);
-    ASSERT_EQ(std::memcmp(here.get(), plain.get(), sizeof *here), 0) << "round " << round;
   }
 }
 
@@ -61,61 +76,70 @@ TEST_P(Kernels, Dequantisers) {
   SCOPED_TRACE(seed);
   std::mt19937 random(seed);
   const auto codes = std::make_unique<FrameCodes>();
-  const auto scales = std::make_unique<GranuleScales>();
-  for (int round = 0; round < 200; ++round) {
-    for (auto &ch : scales->value)
-      for (auto &sb : ch)
-        for (float &v : sb) v = anyValue(random, round % 5);
-    codes->count = 0;
-    for (int sb = 0; sb < 32; ++sb)
-      for (int ch = 0; ch < 2; ++ch) {
+  const auto side = std::make_unique<SideInfo>();
+  const auto samples = std::make_unique<SubbandSamples[]>(2);
+  for (int round = 0; round < 300; ++round) {
+    for (auto &ch : side->scaleFactor)
+      for (auto &part : ch)
+        for (uint32_t &index : part) index = uint32_t(random() % 64);
+    for (auto &word : codes->words)
+      for (uint64_t &w : word) w = uint64_t(random()) << 32 | random();
+    FieldList *const lists[4] = {&codes->single, &codes->grouped, &codes->shortTriples, &codes->longTriples};
+    for (FieldList *list : lists) list->count = 0;
+    const int layer = round % 2 + 1;
+    for (uint8_t sb = 0; sb < 32; ++sb) {
+      const bool shared = random() % 3 == 0;
+      for (uint8_t ch = 0; ch < (shared ? 1 : 2); ++ch) {
         if (random() % 4 == 0) continue;
-        SubbandCodes &subband = codes->subbands[codes->count++];
-        for (uint32_t &word : subband.upper) word = uint32_t(random());
-        for (uint32_t &word : subband.lower) word = uint32_t(random());
-        subband.bits = int32_t(2 + random() % 15);
-        subband.quant = int32_t(random() % 17);
-        subband.sb = sb;
-        subband.firstChannel = ch;
-        subband.lastChannel = ch == 0 && random() % 3 == 0 ? ch++, 1 : ch;
+        const uint8_t first = ch, last = shared ? 1 : ch, word = uint8_t(random() % 64);
+        const auto field = [&](uint32_t bits, uint32_t shift, uint32_t quant) -> CodeField {
+          return {word, uint8_t(shift), uint8_t(bits), uint8_t(quant), sb, first, last};
+        };
+        if (layer == 1) {
+          codes->single.add(field(uint32_t(2 + random() % 15), uint32_t(random() % 42), 0));
+          continue;
+        }
+        const auto quant = uint32_t(random() % 17);
+        switch (quant) {
+          case 0: codes->grouped.add(field(5, uint32_t(random() % 53), quant)); break;
+          case 1: codes->grouped.add(field(7, uint32_t(random() % 51), quant)); break;
+          case 3: codes->grouped.add(field(10, uint32_t(random() % 48), quant)); break;
+          case 2: codes->shortTriples.add(field(3, uint32_t(random() % 49), quant)); break;
+          default:
+            (quant <= 10 ? codes->shortTriples : codes->longTriples)
+                .add(field(quant, uint32_t(random() % (58 - 3 * quant)), quant));
+        }
       }
-    const auto samples = std::make_unique<SubbandSamples[]>(2);
-    for (const int layer : {1, 2}) {
-      for (int i = 0; i < 2; ++i) std::memset(&samples[size_t(i)], 0x33, sizeof(SubbandSamples));
-      if (layer == 1) {
-        kernels.I_dequantize_sample(*codes, *scales, samples[0]);
-        kernels::I_dequantizeBody<1>(*codes, *scales, samples[1]);
-      } else {
-        kernels.II_dequantize_sample(*codes, *scales, samples[0]);
-        kernels::II_dequantizeBody<1>(*codes, *scales, samples[1]);
-      }
-      for (int ch = 0; ch < 2; ++ch)
-        for (int sb = 0; sb < 32; ++sb)
-          ASSERT_EQ(std::memcmp(samples[0].value[ch][sb], samples[1].value[ch][sb], (layer == 1 ? 12 : 36) * 4), 0)
-              << "layer " << layer << ", round " << round << ", channel " << ch << ", subband " << sb;
     }
+    for (int i = 0; i < 2; ++i) std::memset(&samples[size_t(i)], 0x33, sizeof(SubbandSamples));
+    if (layer == 1) {
+      kernels.I_dequantize_sample(*codes, *side, samples[0]);
+      kernels::I_dequantizeBody<1>(*codes, *side, samples[1]);
+    } else {
+      kernels.II_dequantize_sample(*codes, *side, samples[0]);
+      kernels::II_dequantizeBody<1>(*codes, *side, samples[1]);
+    }
+    for (int sb = 0; sb < 32; ++sb)
+      for (int ch = 0; ch < 2; ++ch)
+        ASSERT_EQ(std::memcmp(samples[0].value[sb] + kChannelStride * ch, samples[1].value[sb] + kChannelStride * ch,
+                              (layer == 1 ? 12 : 36) * sizeof(float)),
+                  0)
+            << "layer " << layer << ", round " << round << ", channel " << ch << ", subband " << sb;
   }
 }
 
-TEST_P(Kernels, StoresWriteTheirFramesAndNoMore) {
-  const unsigned seed = 993;
-  SCOPED_TRACE(seed);
-  std::mt19937 random(seed);
-  ChannelPcm pcm[2];
-  for (ChannelPcm &channel : pcm)
-    for (int32_t &v : channel.sample) v = int32_t(random() % 65536) - 32768;
-  for (int frames = 0; frames <= 1152; frames += 32)
-    for (const size_t misalignment : {0u, 1u, 3u}) {
-      for (const int channels : {1, 2}) {
-        const size_t count = size_t(frames * channels);
-        Samples out(misalignment + count + 1, kUntouched);
-        (channels == 1 ? kernels.storeMono : kernels.storeStereo)(pcm, frames, out.data() + misalignment);
-        for (size_t i = 0; i < count; ++i)
-          ASSERT_EQ(out[misalignment + i], pcm[i % size_t(channels)].sample[i / size_t(channels)]);
-        for (size_t i = 0; i < misalignment; ++i) ASSERT_EQ(out[i], kUntouched);
-        ASSERT_EQ(out.back(), kUntouched);
-      }
-    }
+TEST_P(Kernels, ClearsWhatHasNoSamples) {
+  uint32_t allocation[32];
+  for (uint32_t sb = 0; sb < 32; ++sb) allocation[sb] = sb % 3;
+  const auto samples = std::make_unique<SubbandSamples>();
+  for (int ch = 0; ch < 2; ++ch) {
+    for (auto &sb : samples->value)
+      for (float &v : sb) v = 7.0f;
+    kernels.clearUnallocated(allocation, ch, *samples);
+    for (int sb = 0; sb < 32; ++sb)
+      for (int i = 0; i < 2 * kChannelStride; ++i)
+        ASSERT_EQ(samples->value[sb][i], i / kChannelStride == ch && sb % 3 == 0 ? 0.0f : 7.0f);
+  }
 }
 
 INSTANTIATE_TEST_SUITE_P(Levels, Kernels, testing::ValuesIn(levelsHere()),

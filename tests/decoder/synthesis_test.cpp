@@ -15,64 +15,74 @@
 namespace qav::test {
 namespace {
 
-// One channel, a frame at a time, in the standard's order of blocks.
-struct Channel {
-  SynthesisHistory history{};
+// The last channel of a stream of one or two, a frame at a time, in the standard's order of blocks.
+template <int Channels>
+struct ChannelOf {
+  SynthesisHistory history[2] = {};
   SubbandSamples samples{};
-  ChannelPcm pcm{};
+  int16_t pcm[1152] = {};
 
-  static int slot(int layer, int block) { return layer == 1 ? block : 12 * (block % 3) + block / 3; }
+  void set(int layer, int block, int sb, float value) {
+    const int place = layer == 1 ? block : 12 * (block % 3) + block / 3;
+    samples.value[sb][kChannelStride * (Channels - 1) + place] = value;
+  }
 
-  void set(int layer, int block, int sb, float value) { samples.value[0][sb][slot(layer, block)] = value; }
-
-  void run(int layer, CpuLevel level) {
+  // `counting` blocks of the frame become history; all of them if it is negative.
+  void run(int layer, CpuLevel level, int counting = -1) {
     const DecoderKernels &k = decoderKernelsFor(level);
-    (layer == 1 ? k.I_SubBandSynthesis : k.II_SubBandSynthesis)(samples.value[0], history, pcm);
-    history.advance(layer == 1 ? 12 : 36);
+    const int blocks = layer == 1 ? 12 : 36;
+    int16_t out[2 * 1152];
+    (layer == 1 ? k.I_SubBandSynthesis : k.II_SubBandSynthesis)[Channels - 1](samples, history, out);
+    for (int i = 0; i < 32 * blocks; ++i) {
+      pcm[i] = out[Channels * i + Channels - 1];
+      if (Channels == 2) {
+        EXPECT_EQ(out[2 * i], 0) << "the other channel is silent";
+      }
+    }
+    for (SynthesisHistory &h : history) h.advance(counting < 0 ? blocks : counting);
   }
 };
 
-using ChannelPtr = std::unique_ptr<Channel>;
-
-class Synthesis : public testing::TestWithParam<CpuLevel> {};
-
-TEST_P(Synthesis, SilenceIsSilent) {
+template <typename Channel>
+void checkSilenceIsSilent(CpuLevel level) {
   for (const int layer : {1, 2}) {
-    const ChannelPtr channel = std::make_unique<Channel>();
-    for (int32_t &v : channel->pcm.sample) v = 99;
-    channel->run(layer, GetParam());
-    for (int i = 0; i < (layer == 1 ? 384 : 1152); ++i) EXPECT_EQ(channel->pcm.sample[i], 0);
+    const auto channel = std::make_unique<Channel>();
+    for (int16_t &v : channel->pcm) v = 99;
+    channel->run(layer, level);
+    for (int i = 0; i < (layer == 1 ? 384 : 1152); ++i) EXPECT_EQ(channel->pcm[i], 0);
   }
 }
 
 // One sample in subband 0 comes out as the window, turned with the subband's cosine, over sixteen blocks.
-TEST_P(Synthesis, ImpulseGivesTheWindow) {
-  const ChannelPtr channel = std::make_unique<Channel>();
+template <typename Channel>
+void checkImpulseGivesTheWindow(CpuLevel level) {
+  const auto channel = std::make_unique<Channel>();
   channel->set(2, 0, 0, 0.5f);
-  channel->run(2, GetParam());
-  EXPECT_EQ(channel->pcm.sample[0], 0);
+  channel->run(2, level);
+  EXPECT_EQ(channel->pcm[0], 0);
   for (int n = 0; n < 1152; ++n) {
     // V[i] is cos((16 + i) pi / 64); output n is D times it where the window is, 0 beyond.
     const int i = n / 32, j = n % 32;
     const int v = i % 2 == 0 ? j : 32 + j;
     const double y = i < 16 ? synthesisWindow65536[n] * 0.25 * std::cos((16 + v) * M_PI / 64) : 0.0;
-    EXPECT_NEAR(channel->pcm.sample[n], y, 0.5001) << n;
+    EXPECT_NEAR(channel->pcm[n], y, 0.5001) << n;
   }
 }
 
-TEST_P(Synthesis, LoudInputIsClipped) {
+template <typename Channel>
+void checkLoudInputIsClipped(CpuLevel level) {
   for (const int layer : {1, 2})
     for (const float sign : {1.0f, -1.0f}) {
-      const ChannelPtr channel = std::make_unique<Channel>();
+      const auto channel = std::make_unique<Channel>();
       const int blocks = layer == 1 ? 12 : 36;
       for (int b = 0; b < blocks; ++b) channel->set(layer, b, 1, b / 3 % 2 == 0 ? sign * 2.0f : sign * -2.0f);
-      channel->run(layer, GetParam());
+      channel->run(layer, level);
       int clipped[2] = {};
       for (int i = 0; i < 32 * blocks; ++i) {
-        EXPECT_GE(channel->pcm.sample[i], -32768);
-        EXPECT_LE(channel->pcm.sample[i], 32767);
-        clipped[0] += channel->pcm.sample[i] == -32768;
-        clipped[1] += channel->pcm.sample[i] == 32767;
+        EXPECT_GE(channel->pcm[i], -32768);
+        EXPECT_LE(channel->pcm[i], 32767);
+        clipped[0] += channel->pcm[i] == -32768;
+        clipped[1] += channel->pcm[i] == 32767;
       }
       EXPECT_GT(clipped[0], 0);
       EXPECT_GT(clipped[1], 0);
@@ -80,12 +90,13 @@ TEST_P(Synthesis, LoudInputIsClipped) {
 }
 
 // Random samples over several frames, with layers that change between frames, against cosine sums in double precision.
-TEST_P(Synthesis, AgreesWithTheMatrixForm) {
+template <typename Channel>
+void checkAgreesWithTheMatrixForm(CpuLevel level) {
   const unsigned seed = 32;
   SCOPED_TRACE(seed);
   std::mt19937 random(seed);
   std::normal_distribution<float> noise(0.0f, 0.05f);
-  const ChannelPtr channel = std::make_unique<Channel>();
+  const auto channel = std::make_unique<Channel>();
   ReferenceSynthesis reference;
   for (int frame = 0; frame < 12; ++frame) {
     const int layer = frame % 5 == 3 ? 1 : 2, blocks = layer == 1 ? 12 : 36;
@@ -95,34 +106,61 @@ TEST_P(Synthesis, AgreesWithTheMatrixForm) {
       for (int sb = 0; sb < 32; ++sb) channel->set(layer, b, sb, s[size_t(sb)] = noise(random));
       for (const double y : reference.block(s)) expected.push_back(y);
     }
-    channel->run(layer, GetParam());
-    expectPcm(Samples(channel->pcm.sample, channel->pcm.sample + 32 * blocks), expected, layer, "matrix form");
+    channel->run(layer, level);
+    expectPcm(Samples(channel->pcm, channel->pcm + 32 * blocks), expected, layer, "matrix form");
   }
 }
 
 // A frame of which only the first granules count leaves the history as if the others had not been there.
-TEST_P(Synthesis, HistoryAdvancesByWhatCounts) {
+template <typename Channel>
+void checkHistoryAdvancesByWhatCounts(CpuLevel level) {
   const unsigned seed = 17;
   SCOPED_TRACE(seed);
   std::mt19937 random(seed);
   std::uniform_real_distribution<float> noise(-0.2f, 0.2f);
   for (int counting = 0; counting <= 36; counting += 3) {
-    const ChannelPtr cut = std::make_unique<Channel>();
+    const auto cut = std::make_unique<Channel>();
     ReferenceSynthesis reference;
     for (int b = 0; b < 36; ++b) {
       std::array<float, 32> s;
       for (int sb = 0; sb < 32; ++sb) cut->set(2, b, sb, s[size_t(sb)] = noise(random));
       if (b < counting) reference.block(s);
     }
-    decoderKernelsFor(GetParam()).II_SubBandSynthesis(cut->samples.value[0], cut->history, cut->pcm);
-    cut->history.advance(counting);
+    cut->run(2, level, counting);
     cut->samples = SubbandSamples{};
-    cut->run(2, GetParam());
+    cut->run(2, level);
     std::vector<double> expected;
     for (int b = 0; b < 36; ++b)
       for (const double y : reference.block({})) expected.push_back(y);
-    expectPcm(Samples(cut->pcm.sample, cut->pcm.sample + 1152), expected, 2, "after the cut");
+    expectPcm(Samples(cut->pcm, cut->pcm + 1152), expected, 2, "after the cut");
   }
+}
+
+class Synthesis : public testing::TestWithParam<CpuLevel> {};
+
+TEST_P(Synthesis, SilenceIsSilent) {
+  checkSilenceIsSilent<ChannelOf<1>>(GetParam());
+  checkSilenceIsSilent<ChannelOf<2>>(GetParam());
+}
+
+TEST_P(Synthesis, ImpulseGivesTheWindow) {
+  checkImpulseGivesTheWindow<ChannelOf<1>>(GetParam());
+  checkImpulseGivesTheWindow<ChannelOf<2>>(GetParam());
+}
+
+TEST_P(Synthesis, LoudInputIsClipped) {
+  checkLoudInputIsClipped<ChannelOf<1>>(GetParam());
+  checkLoudInputIsClipped<ChannelOf<2>>(GetParam());
+}
+
+TEST_P(Synthesis, AgreesWithTheMatrixForm) {
+  checkAgreesWithTheMatrixForm<ChannelOf<1>>(GetParam());
+  checkAgreesWithTheMatrixForm<ChannelOf<2>>(GetParam());
+}
+
+TEST_P(Synthesis, HistoryAdvancesByWhatCounts) {
+  checkHistoryAdvancesByWhatCounts<ChannelOf<1>>(GetParam());
+  checkHistoryAdvancesByWhatCounts<ChannelOf<2>>(GetParam());
 }
 
 INSTANTIATE_TEST_SUITE_P(Levels, Synthesis, testing::ValuesIn(levelsHere()),
