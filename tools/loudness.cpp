@@ -6,10 +6,20 @@
 
 namespace qav::tool {
 
-// Histograms instead of lists of all blocks keep the memory constant; their steps are 0.1 LU.
-LoudnessMeter::LoudnessMeter(uint32_t freqHz, unsigned channels)
-    : state_(ebur128_init(channels, freqHz,
-                          EBUR128_MODE_I | EBUR128_MODE_LRA | EBUR128_MODE_TRUE_PEAK | EBUR128_MODE_HISTOGRAM)) {
+namespace {
+
+// A megabyte of levels.
+constexpr uint64_t kExactSeconds = 3600;
+
+int modeFor(uint32_t freqHz, std::optional<uint64_t> frames) {
+  const bool exact = frames && *frames <= kExactSeconds * freqHz;
+  return EBUR128_MODE_I | EBUR128_MODE_LRA | EBUR128_MODE_TRUE_PEAK | (exact ? 0 : EBUR128_MODE_HISTOGRAM);
+}
+
+}  // namespace
+
+LoudnessMeter::LoudnessMeter(uint32_t freqHz, unsigned channels, std::optional<uint64_t> frames)
+    : state_(ebur128_init(channels, freqHz, modeFor(freqHz, frames))) {
   if (!state_) throw std::bad_alloc();
 }
 

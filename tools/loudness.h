@@ -1,4 +1,4 @@
-// Loudness by EBU R128 (ITU-R BS.1770): integrated, range, and true peak. Constant memory.
+// Loudness by EBU R128 (ITU-R BS.1770): integrated, range, and true peak.
 #pragma once
 
 #include <ebur128.h>
@@ -6,12 +6,15 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <optional>
 
 namespace qav::tool {
 
 class LoudnessMeter {
  public:
-  LoudnessMeter(uint32_t freqHz, unsigned channels);
+  // `frames`: how many will come, where that is known. Of a long or unknown number the levels are kept in histograms of
+  // 0.1 LU, so that the memory stays small.
+  LoudnessMeter(uint32_t freqHz, unsigned channels, std::optional<uint64_t> frames);
 
   void add(const int16_t *samples, size_t frames);
   void add(const double *samples, size_t frames);

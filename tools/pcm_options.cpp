@@ -78,15 +78,17 @@ PcmInput::PcmInput(const Job &job, const PcmOptions &options)
 
 void PcmInput::begin(uint32_t freqHz, unsigned channels) {
   settings_ = {freqHz, channels, options_.resampler, options_.dither, options_.gainDb, options_.lowpass};
-  if (options_.normalize) measure(freqHz, channels);
-  if (options_.loudness) meter_.emplace(freqHz, channels);
+  std::optional<uint64_t> frames = format().frames;
+  if (frames) frames = convertedFrames(*frames, format().freqHz, freqHz);
+  if (options_.normalize) measure(frames);
+  if (options_.loudness) meter_.emplace(freqHz, channels, frames);
   pipeline_.emplace(*reader_, settings_, meter_ ? &*meter_ : nullptr);
 }
 
-void PcmInput::measure(uint32_t freqHz, unsigned channels) {
-  LoudnessMeter meter(freqHz, channels);
+void PcmInput::measure(std::optional<uint64_t> frames) {
+  LoudnessMeter meter(settings_.freqHz, settings_.channels, frames);
   PcmPipeline pipeline(*reader_, settings_, &meter);
-  std::vector<int16_t> block(1152 * channels);
+  std::vector<int16_t> block(1152 * settings_.channels);
   while (pipeline.read(block.data(), 1152) > 0) {
   }
   const double lufs = meter.integratedLufs();

@@ -53,7 +53,7 @@ class PcmInput {
   void describe(nlohmann::ordered_json &json) const;
 
  private:
-  void measure(uint32_t freqHz, unsigned channels);
+  void measure(std::optional<uint64_t> frames);
 
   const std::string &name_;
   const PcmOptions &options_;
