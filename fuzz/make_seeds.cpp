@@ -110,11 +110,58 @@ void converterSeeds() {
   }
 }
 
+Bytes text(const std::string &s) { return Bytes(s.begin(), s.end()); }
+Bytes number(uint32_t v) { return word(v & 0xFFFF) + word(v >> 16); }
+Bytes chunk(const std::string &name, const Bytes &content, uint32_t declared) {
+  return text(name) + number(declared) + content;
+}
+Bytes chunk(const std::string &name, const Bytes &content) { return chunk(name, content, uint32_t(content.size())); }
+
+Bytes formatChunk(uint32_t tag, uint32_t channels, uint32_t hz, uint32_t bits) {
+  return chunk("fmt ", word(tag) + word(channels) + number(hz) + number(hz * channels * bits / 8) +
+                           word(channels * bits / 8) + word(bits));
+}
+
+Bytes wave(const Bytes &chunks, uint32_t declared) { return text("RIFF") + number(declared) + text("WAVE") + chunks; }
+
+void toolSeeds(const fs::path &data) {
+  const Bytes stream = firstBytes(data / "l2_stereo_44k_192_crc.mp2", 2600);
+  const Bytes tagBefore = text("ID3") + Bytes{4, 0, 0, 0, 0, 0, 10} + Bytes(10, 0),
+              tagBehind = text("TAG") + Bytes(125, 0);
+  const Bytes cuts = {3, 1, 90, 7};
+  seed("stream_walker", "tags", cuts + tagBefore + stream + tagBehind);
+  seed("stream_walker", "gap", cuts + stream + noise(7, 50) + stream);
+  seed("stream_walker", "joined", cuts + stream + firstBytes(data / "l2_mono_lsf_22k_56.mp2", 1500));
+  seed("stream_walker", "wave",
+       cuts + wave(formatChunk(0x50, 2, 44100, 0) + chunk("fact", number(4608)) + chunk("data", stream) +
+                       chunk("LIST", noise(1, 20)),
+                   4000));
+  seed("stream_walker", "ape", cuts + stream + text("APETAGEX") + number(2000) + number(32) + number(0) + Bytes(12, 0));
+  static constexpr uint32_t kBits[] = {8, 16, 24, 32, 64};
+  for (const uint32_t bits : kBits)
+    for (uint32_t channels = 1; channels <= 2; ++channels) {
+      const std::string name = std::to_string(bits) + "_" + std::to_string(channels);
+      const Bytes samples = noise(bits + channels, 2000);
+      seed("pcm_reader", "wave" + name,
+           Bytes{0} + cuts + wave(formatChunk(1, channels, 44100, bits) + chunk("data", samples), 2036));
+      if (bits < 32) continue;
+      seed("pcm_reader", "float" + name,
+           Bytes{0} + cuts +
+               wave(formatChunk(3, channels, 48000, bits) + chunk("JUNK", Bytes(6, 0)) + chunk("data", samples), 2050));
+    }
+  for (const uint32_t declared : {0u, 0x7FFFFFFFu, 0xFFFFFFFFu, 1u, 5000u})
+    seed("pcm_reader", "lie" + std::to_string(declared),
+         Bytes{0} + cuts + wave(formatChunk(1, 2, 32000, 16) + chunk("data", noise(3, 999), declared), declared));
+  for (uint8_t i = 0; i < 10; ++i)
+    seed("pcm_reader", "raw" + std::to_string(i), Bytes{uint8_t(1 | i << 1), i} + cuts + noise(i, 300));
+}
+
 void streamSeeds(const fs::path &data) {
   size_t streams = 0;
   const auto add = [&](const std::string &name, const Bytes &stream) {
     ++streams;
     seed("decoder", name, Bytes{1} + stream);
+    seed("stream_walker", name, Bytes{3, 1, 90, 7} + stream);
     seed("cuts", name, Bytes{0, 3, 1, 90, 7} + stream);
     seed("converter", name, setItem(5, 1) + kDetect + kConvert2048 + stream);
     seed("reconstruction", name, Bytes{0, 0x3A} + Bytes(stream.begin() + 2, stream.end()));
@@ -152,5 +199,6 @@ int main(int argc, char **argv) {
   encoderSeeds();
   converterSeeds();
   streamSeeds(argv[1]);
+  toolSeeds(argv[1]);
   return 0;
 }
