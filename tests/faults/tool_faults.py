@@ -1,0 +1,215 @@
+"""The tool when the system lets it down: every open, read, write, close and rename that fails, in turn; calls that do
+half of what was asked; a clock that jumps; inputs and folders that vanish; signals at random moments.
+
+    tool_faults.py QAV INJECTOR TEST-DATA [--rounds N]
+
+What must hold: a fault that can be repaired leaves the output as it should be and status 0; any other ends with status
+2, one line on standard error, no output and nothing temporary. No file with a final name is ever wrong.
+"""
+import argparse
+import os
+import pathlib
+import random
+import shutil
+import signal
+import struct
+import subprocess
+import tempfile
+import time
+
+parser = argparse.ArgumentParser()
+parser.add_argument("qav")
+parser.add_argument("injector")
+parser.add_argument("data", type=pathlib.Path)
+parser.add_argument("--rounds", type=int, default=5)
+parser.add_argument("--seed", type=int, default=1)
+options = parser.parse_args()
+SANITIZED = any(word in os.environ for word in ("ASAN_OPTIONS", "TSAN_OPTIONS"))
+
+tried = 0
+
+
+def expect(condition, what):
+    global tried
+    tried += 1
+    if not condition:
+        raise SystemExit(f"does not hold: {what}")
+
+
+def wav(seconds, hz=44100, channels=2, seed=1):
+    noise = random.Random(seed)
+    samples = bytearray()
+    level = 0
+    for i in range(int(seconds * hz)):
+        level += (noise.randrange(-8000, 8000) - level) // 8
+        samples += struct.pack("<h", max(-32768, min(32767, level * (1 + i % 5)))) * channels
+    header = struct.pack("<4sI4s4sIHHIIHH4sI", b"RIFF", 36 + len(samples), b"WAVE", b"fmt ", 16, 1, channels, hz,
+                         hz * channels * 2, channels * 2, 16, b"data", len(samples))
+    return header + bytes(samples)
+
+
+def run(arguments, folder, faults=None, counts=None, **more):
+    environment = dict(os.environ, QAV_FAULT_FOLDER=str(folder), LC_ALL="C")
+    if faults or counts:
+        environment["LD_PRELOAD"] = options.injector
+    if faults:
+        environment["QAV_FAULTS"] = faults
+    if counts:
+        environment["QAV_FAULT_COUNTS"] = str(counts)
+    return subprocess.run([options.qav, *map(str, arguments)], env=environment, capture_output=True, timeout=60, **more)
+
+
+def leftovers(folder):
+    return sorted(p.name for p in folder.rglob("*") if p.name.endswith(".tmp"))
+
+
+def check_faults(name, arguments, source, suffix):
+    """Every call of a job that reads `source` and writes one file goes wrong in turn."""
+    with tempfile.TemporaryDirectory() as place:
+        folder = pathlib.Path(place).resolve()
+        shutil.copy(source, folder / source.name)
+        target = folder / ("out" + suffix)
+        job = [arguments[0], folder / source.name, *arguments[1:], "-j", "1", "-o", target]
+        counts = folder / "counts"
+        result = run(job, folder, counts=counts)
+        expect(result.returncode == 0, f"{name} works: {result.stderr.decode()}")
+        good = target.read_bytes()
+        target.unlink()
+        number = dict(line.split() for line in counts.read_text().splitlines())
+        expect(int(number["read"]) > 1 and int(number["write"]) > 0, f"{name} is watched: {number}")
+
+        def attempt(fault, harmless):
+            result = run(job, folder, fault)
+            what = f"{name} under {fault}: status {result.returncode}, {result.stderr.decode(errors='replace')!r}"
+            if harmless:
+                expect(result.returncode == 0 and target.read_bytes() == good, what)
+                target.unlink()
+            else:
+                expect(result.returncode == 2, what)
+                expect(not target.exists(), what + ", and an output is there")
+                expect(result.stderr.count(b"\n") == 1 and result.stderr.startswith(b"qav: "), what)
+            expect(not leftovers(folder), what + f", and {leftovers(folder)} are left")
+
+        for call, faults in {"open": ["EACCES", "EMFILE"], "read": ["EIO"], "write": ["ENOSPC", "EIO", "EDQUOT"],
+                             "close": [], "rename": ["ENOENT", "EROFS"]}.items():
+            for n in range(1, min(int(number[call]), 60) + 1):
+                for fault in faults:
+                    attempt(f"{call}:{n}:{fault}", False)
+        # A close that fails after writing: the data may not have arrived.
+        closed = [run(job, folder, f"close:{n}:EIO") for n in range(1, int(number["close"]) + 1)]
+        for result in closed:
+            expect(result.returncode in (0, 2), f"{name} when a close fails: {result}")
+        expect(any(r.returncode == 2 for r in closed), f"{name} notices that the output's close fails")
+        target.unlink(missing_ok=True)
+        for call in ("read", "write"):
+            attempt(f"{call}:*:short", True)
+            for n in range(1, min(int(number[call]), 20) + 1):
+                attempt(f"{call}:{n}:EINTR", True)
+        attempt("clock:*:jump", True)
+        print(f"{name}: {', '.join(f'{n} {call}' for call, n in number.items())} calls, each made to fail")
+
+
+def check_pipes(mp2):
+    """Standard output that is closed or full; standard input that hiccups."""
+    with tempfile.TemporaryDirectory() as place:
+        folder = pathlib.Path(place).resolve()
+        good = run(["decode", mp2, "-o", "-"], folder).stdout
+        expect(len(good) > 44, "decode to a pipe works")
+        for fault in ("read:*:short", "write:*:short", "read:2:EINTR", "write:2:EINTR", "write:1:EAGAIN"):
+            result = run(["decode", "-", "-o", "-"], folder, fault, input=mp2.read_bytes())
+            expect(result.returncode == 0 and result.stdout == good, f"decode through pipes under {fault}: {result.stderr}")
+        for fault in ("write:1:EPIPE", "write:1:ENOSPC", "write:2:EIO", "read:1:EIO"):
+            result = run(["decode", "-", "-o", "-"], folder, fault, input=mp2.read_bytes())
+            expect(result.returncode == 2 and result.stderr.count(b"\n") == 1, f"{fault}: {result.stderr}")
+        reader = subprocess.Popen([options.qav, "decode", str(mp2), "-o", "-"], stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+        reader.stdout.close()  # nobody listens
+        message = reader.stderr.read()
+        expect(reader.wait(30) == 2 and message.count(b"\n") == 1, f"closed pipe: {message}")
+        with open("/dev/full", "wb") as full:
+            result = subprocess.run([options.qav, "decode", str(mp2), "-o", "-"], stdout=full, stderr=subprocess.PIPE, timeout=60)
+        expect(result.returncode == 2 and result.stderr.count(b"\n") == 1, f"/dev/full: {result.stderr}")
+        print("pipes: half calls, interrupted calls, closed and full ends")
+
+
+def check_vanishing(mp2):
+    """The folder of the output goes while it is written; the input shrinks while it is read."""
+    with tempfile.TemporaryDirectory() as place:
+        folder = pathlib.Path(place).resolve()
+        (folder / "out").mkdir()
+        feed = subprocess.Popen([options.qav, "decode", "-", "-o", str(folder / "out/x.wav")], stdin=subprocess.PIPE,
+                                stderr=subprocess.PIPE)
+        feed.stdin.write(mp2.read_bytes())
+        feed.stdin.flush()
+        deadline = time.time() + 20
+        while not os.listdir(folder / "out") and time.time() < deadline:
+            time.sleep(0.01)
+        expect(os.listdir(folder / "out"), "an output has been begun")
+        shutil.rmtree(folder / "out")
+        _, message = feed.communicate(timeout=30)
+        expect(feed.returncode == 2 and message.count(b"\n") == 1, f"folder removed: {feed.returncode} {message}")
+        expect(not (folder / "out").exists(), "a folder that was removed stays removed")
+        print("vanishing: the output's folder")
+
+
+def check_signals(wave):
+    """A batch that is ended at a random moment leaves no file that is taken for a finished one."""
+    chance = random.Random(options.seed)
+    print(f"signals: seed {options.seed}")
+    with tempfile.TemporaryDirectory() as place:
+        folder = pathlib.Path(place).resolve()
+        inputs = []
+        for i in range(12):
+            inputs.append(folder / f"{i}.wav")
+            inputs[-1].write_bytes(wave)
+        (folder / "good").mkdir()
+        began = time.time()
+        result = subprocess.run([options.qav, "encode", "-q", "-j", "2", *map(str, inputs), "-o", str(folder / "good")],
+                                capture_output=True, timeout=120)
+        duration = time.time() - began
+        expect(result.returncode == 0, f"the batch works: {result.stderr}")
+        good = (folder / "good/0.mp2").read_bytes()
+        expect(all((folder / f"good/{i}.mp2").read_bytes() == good for i in range(12)), "equal inputs, equal outputs")
+        hit = 0
+        for number in (signal.SIGKILL, signal.SIGTERM, signal.SIGINT):
+            for _ in range(options.rounds):
+                out = folder / "out"
+                shutil.rmtree(out, ignore_errors=True)
+                out.mkdir()
+                job = subprocess.Popen([options.qav, "encode", "-q", "-j", "2", *map(str, inputs), "-o", str(out)],
+                                       stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+                time.sleep(chance.uniform(0, duration))
+                job.send_signal(number)
+                sent = time.time()
+                job.wait(30)
+                ended = time.time() - sent
+                finished = [p for p in out.iterdir() if p.suffix == ".mp2"]
+                for path in finished:
+                    expect(path.read_bytes() == good, f"{path.name} after {number.name}")
+                if job.returncode == -number:
+                    hit += 1
+                    if number != signal.SIGKILL:
+                        expect(not leftovers(out), f"{leftovers(out)} after {number.name}")
+                        expect(SANITIZED or ended < 5, f"{number.name} took {ended:.1f} s")
+                else:
+                    expect(job.returncode == 0 and len(finished) == 12, f"done before {number.name}: {job.returncode}")
+                # The next run completes what is missing, over what a killed one left behind.
+                missing = [p for p in inputs if not (out / (p.stem + ".mp2")).exists()]
+                if missing:
+                    result = subprocess.run([options.qav, "encode", "-q", *map(str, missing), "-o", str(out) + "/"],
+                                            capture_output=True, timeout=120)
+                    expect(result.returncode == 0, f"going on after {number.name}: {result.stderr}")
+                expect(all((out / (p.stem + ".mp2")).read_bytes() == good for p in inputs), "complete in the end")
+        print(f"signals: {hit} of {3 * options.rounds} batches were ended on their way")
+
+
+mp2 = options.data / "l2_stereo_44k_192_crc.mp2"
+with tempfile.TemporaryDirectory() as place:
+    source = pathlib.Path(place) / "in.wav"
+    source.write_bytes(wav(3))
+    check_faults("encode", ["encode"], source, ".mp2")
+    check_faults("resample", ["resample", "-r", "48000"], source, ".wav")
+    check_faults("decode", ["decode"], mp2, ".wav")
+    check_pipes(mp2)
+    check_vanishing(mp2)
+    check_signals(wav(4))
+print(f"{tried} expectations hold")
