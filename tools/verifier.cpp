@@ -16,7 +16,7 @@ namespace {
 // The model's two passes over a frame begin so many samples after the first of the 480 before it.
 constexpr size_t kPasses[2] = {0, 576};
 
-double square(float value) { return double{value} * double{value}; }
+double square(float value) { return double(value) * double(value); }
 
 double decibels(double ratio) { return 10.0 * std::log10(ratio); }
 
@@ -104,7 +104,7 @@ void Verifier::analyse() {
     }
     for (size_t band = 0; band < 32; ++band) {
       if (signal[band] <= 0.0) continue;
-      const double ratio = noise[band] / signal[band] * std::pow(10.0, double{channel.smrDb[band]} / 10.0);
+      const double ratio = noise[band] / signal[band] * std::pow(10.0, double(channel.smrDb[band]) / 10.0);
       ratioSum_[band] += ratio;
       ratioWorst_[band] = std::max(ratioWorst_[band], ratio);
       ++ratioCount_[band];
