@@ -26,7 +26,7 @@ TEST(Md5, PiecesOfAnySizeGiveTheSame) {
   std::string text;
   for (int i = 0; i < 300; ++i) text += static_cast<char>(i * 31);
   for (size_t length = 0; length <= text.size(); ++length)
-    for (const size_t piece : {1, 7, 63, 64, 65})
+    for (const size_t piece : {1u, 7u, 63u, 64u, 65u})
       ASSERT_EQ(md5(text.substr(0, length), piece), md5(text.substr(0, length))) << length << " " << piece;
 }
 
