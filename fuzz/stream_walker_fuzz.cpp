@@ -43,7 +43,7 @@ std::string text(const Event &event, uint64_t &bytes) {
   if (const auto *e = std::get_if<ForeignEvent>(&event)) return "foreign " + text(e->place) + e->name;
   if (const auto *e = std::get_if<ContainerEvent>(&event)) return "container " + std::to_string(e->riff.dataOffset);
   if (const auto *e = std::get_if<EndEvent>(&event)) return "end " + text(e->place) + std::to_string(e->decodable);
-  FUZZ_CHECK(!"an event of no kind");
+  FUZZ_CHECK(false);  // an event of no kind
 }
 
 Walk walk(const Bytes &input, const Bytes &cuts) {

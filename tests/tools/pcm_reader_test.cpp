@@ -238,7 +238,7 @@ TEST(PcmReader, WhatIsNoNumberBecomesSilenceAndIsCounted) {
   std::string content;
   for (const uint32_t bits : {0x7FC00000u, 0x7F800000u, 0xFF800000u, 0x3E800000u, 0x7F7FFFFFu}) content += le(bits, 4);
   const auto reader = openPcm(folder.put("x.wav", riff(formatChunk(3, 1, 48000, 32) + chunk("data", content))), {});
-  EXPECT_THAT(readAll<double>(*reader), ElementsAre(0.0, 0.0, 0.0, 0.25, double{std::numeric_limits<float>::max()}));
+  EXPECT_THAT(readAll<double>(*reader), ElementsAre(0.0, 0.0, 0.0, 0.25, double(std::numeric_limits<float>::max())));
   EXPECT_THAT(said(*reader), ElementsAre("! 3 samples were no number (infinite or NaN) and became silence"));
 }
 

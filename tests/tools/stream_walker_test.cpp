@@ -140,7 +140,7 @@ TEST(StreamWalker, AChangingBitrateIsNoChangeOfFormat) {
 }
 
 TEST(StreamWalker, GarbageAtTheHeadEvenOneByte) {
-  for (const size_t n : {1, 2, 3, 4, 37, 416, 5000, 700000}) {
+  for (const size_t n : std::initializer_list<size_t>{1, 2, 3, 4, 37, 416, 5000, 700000}) {
     EXPECT_THAT(walked(filler(n) + kTen),
                 ElementsAre(fmt::format("D sync 0 @0 +{} lost 0", n),
                             fmt::format("E 10 frames of 10, {} bytes, 261 ms", n + kTenBytes)));
@@ -148,7 +148,7 @@ TEST(StreamWalker, GarbageAtTheHeadEvenOneByte) {
 }
 
 TEST(StreamWalker, GarbageAtTheTailEvenOneByte) {
-  for (const size_t n : {1, 2, 3, 4, 37, 5000, 700000}) {
+  for (const size_t n : std::initializer_list<size_t>{1, 2, 3, 4, 37, 5000, 700000}) {
     EXPECT_THAT(walked(kTen + filler(n)),
                 ElementsAre(fmt::format("D sync 10 @{} +{} lost 0", kTenBytes, n),
                             fmt::format("E 10 frames of 10, {} bytes, 261 ms", n + kTenBytes)));
@@ -156,7 +156,7 @@ TEST(StreamWalker, GarbageAtTheTailEvenOneByte) {
 }
 
 TEST(StreamWalker, InsertedBytesBetweenFramesCostNoTime) {
-  for (const size_t n : {1, 2, 37, 100, 1000, 5000}) {
+  for (const size_t n : std::initializer_list<size_t>{1, 2, 37, 100, 1000, 5000}) {
     Bytes stream = kTen;
     stream.insert(kThird, filler(n));
     EXPECT_THAT(walked(stream), ElementsAre(fmt::format("D sync 2 @{} +{} lost 0", kThird, n),
@@ -173,7 +173,8 @@ TEST(StreamWalker, BytesInsertedInsideAFrameStandBehindIt) {
 
 TEST(StreamWalker, FalseSyncsInsideGarbageArePassedOver) {
   Bytes garbage = filler(3000);
-  for (const size_t at : {10, 500, 900, 2000, 2990}) garbage.replace(at, 4, headerBytes(FrameSpec{}));
+  for (const size_t at : std::initializer_list<size_t>{10, 500, 900, 2000, 2990})
+    garbage.replace(at, 4, headerBytes(FrameSpec{}));
   EXPECT_THAT(
       walked(garbage + kTen),
       ElementsAre("D sync 0 @0 +3000 lost 0", fmt::format("E 10 frames of 10, {} bytes, 261 ms", 3000 + kTenBytes)));
@@ -244,8 +245,8 @@ TEST(StreamWalker, OverwrittenFramesOfKnownPlaceKeepTheTime) {
 }
 
 TEST(StreamWalker, BytesMissingFromAFrameCostThatFrame) {
-  for (const size_t at : {4, 5, 100, 400})
-    for (const size_t n : {2, 3, 10, 300}) {
+  for (const size_t at : std::initializer_list<size_t>{4, 5, 100, 400})
+    for (const size_t n : std::initializer_list<size_t>{2, 3, 10, 300}) {
       if (at + n > 418) continue;
       Bytes stream = kTen;
       stream.erase(kThird + at, n);
