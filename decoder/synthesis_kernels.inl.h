@@ -1,6 +1,10 @@
 // The bodies of the synthesis filterbank: matrixing, windowing, rounding.
 #pragma once
 
+#ifdef __SSE2__
+#include <emmintrin.h>
+#endif
+
 #include <bit>
 #include <cstdint>
 
@@ -87,15 +91,32 @@ struct Taps {
 
 inline constexpr Taps kTaps;
 
+// `y` or the nearest value that a sample can have. Compilers make the two instructions of this that there are neither of
+// comparisons of floats nor, with SSE2, of integers; so it is told in their own words where they can be had everywhere,
+// and elsewhere with integers: the bits of floats are ordered as integers, signed ones among positive values, unsigned
+// ones among negative values, and of each comparison the values of the other sign are on the right side.
+template <int N>
+NEB_INLINE Lanes<float, N> clampToRange(Lanes<float, N> y) {
+#ifdef __SSE2__
+  if constexpr (N == 4)
+    return (Lanes<float, 4>)_mm_max_ps(_mm_min_ps((__m128)y, _mm_set1_ps(32767.0f)), _mm_set1_ps(-32768.0f));
+#endif
+  using Signed = Lanes<int32_t, N>;
+  using Unsigned = Lanes<uint32_t, N>;
+  const Signed most = Signed{} + std::bit_cast<int32_t>(32767.0f);
+  const Unsigned least = Unsigned{} + std::bit_cast<uint32_t>(-32768.0f);
+  const Signed above = (Signed)y < most ? (Signed)y : most;
+  const Unsigned both = (Unsigned)above < least ? (Unsigned)above : least;
+  return (Lanes<float, N>)both;
+}
+
 // Layer II rounds to the nearest, halves away from zero; Layer I towards zero. `y` is clamped first, which changes no
 // result and keeps the conversion defined. Adding the float just below 1/2 and dropping the fraction is the exact
 // rounding: 1/2 itself would carry the float just below 1/2 up to 1.
 template <int N, int Layer>
 NEB_INLINE Lanes<int32_t, N> toSamples(Lanes<float, N> y) {
   using V = Lanes<float, N>;
-  const V most = V{} + 32767.0f, least = V{} - 32768.0f;
-  y = y < most ? y : most;
-  y = y > least ? y : least;
+  y = clampToRange<N>(y);
   if constexpr (Layer == 2) {
     using Bits = Lanes<uint32_t, N>;
     const Bits half = (Bits)(V{} + 0x0.ffffffp-1f);
@@ -119,25 +140,42 @@ NEB_INLINE void storeStereo(Lanes<float, N> y0, Lanes<float, N> y1, int16_t *out
   storeLanes(out, (first & 0xFFFFu) | second << 16);
 }
 
-// Windowing of `Tile` blocks of each channel: outputs j .. j + 2N - 1, every sum in the order of i.
+// One term of the window's sums for `Tile` blocks of each channel: outputs j .. j + 2N - 1. `row` is the first block's, the
+// outputs' part of it begins at `at`.
+template <int N, int Channels, int Tile, bool First>
+NEB_INLINE void addTerm(const float *row, int32_t at, const float *taps, Lanes<float, N> (&sum)[Channels][Tile][2]) {
+  using V = Lanes<float, N>;
+  constexpr int32_t kChannel = sizeof(SynthesisHistory) / sizeof(float);
+  const V tap[2] = {loadLanes<V>(taps), loadLanes<V>(taps + N)};
+  const float *const part[2] = {row + at, row + (at + N) % kRow};
+#pragma GCC unroll 2
+  for (int ch = 0; ch < Channels; ++ch)
+#pragma GCC unroll 16
+    for (int b = 0; b < Tile; ++b)
+#pragma GCC unroll 2
+      for (int half = 0; half < 2; ++half) {
+        const V product = tap[half] * loadLanes<V>(part[half] + kChannel * ch + kRow * b);
+        sum[ch][b][half] = First ? product : sum[ch][b][half] + product;
+      }
+}
+
+// Windowing of `Tile` blocks of each channel: outputs j .. j + 2N - 1, every sum in the order of i. The loop must stay
+// one: unrolled, compilers see rows that several blocks have in common, and load them long before they are wanted.
 template <int N, int Layer, int Channels, int Tile>
 NEB_INLINE void windowTile(const SynthesisHistory *history, int32_t block, int32_t j, int16_t *out) {
-  using V = Lanes<float, N>;
-  V sum[Channels][Tile][2];
-#pragma GCC unroll 16
-  for (int i = 0; i < 16; ++i) {
-    const int32_t at = i % 2 == 0 ? (48 + j) % kRow : 16 + j;
-    const V tap0 = loadLanes<V>(kTaps.value[i] + j), tap1 = loadLanes<V>(kTaps.value[i] + j + N);
-#pragma GCC unroll 2
-    for (int ch = 0; ch < Channels; ++ch)
-#pragma GCC unroll 16
-      for (int b = 0; b < Tile; ++b) {
-        const float *const row = history[ch].row[kHistoryRows + block + b - i];
-        const V product0 = tap0 * loadLanes<V>(row + at);
-        const V product1 = tap1 * loadLanes<V>(row + (at + N) % kRow);
-        sum[ch][b][0] = i == 0 ? product0 : sum[ch][b][0] + product0;
-        sum[ch][b][1] = i == 0 ? product1 : sum[ch][b][1] + product1;
-      }
+  Lanes<float, N> sum[Channels][Tile][2];
+  const float *row = history[0].row[kHistoryRows + block];
+  const float *taps = kTaps.value[0] + j;
+  const int32_t even = (48 + j) % kRow, odd = 16 + j;
+  addTerm<N, Channels, Tile, true>(row, even, taps, sum);
+  addTerm<N, Channels, Tile, false>(row - kRow, odd, taps + 32, sum);
+#pragma GCC unroll 1
+  for (int i = 2; i < 16; i += 2) {
+    row -= 2 * kRow;
+    taps += 2 * 32;
+    __asm__("" : "+r"(row));
+    addTerm<N, Channels, Tile, false>(row, even, taps, sum);
+    addTerm<N, Channels, Tile, false>(row - kRow, odd, taps + 32, sum);
   }
 #pragma GCC unroll 16
   for (int b = 0; b < Tile; ++b)

@@ -67,19 +67,27 @@ class CheckRegister {
   uint32_t count = 0;    // below 32
 };
 
+// Feeds one field of a subband for each of `channels` channels.
+void feedChannels(CheckRegister &check, const uint32_t (*fields)[32], int32_t sb, int32_t channels, uint32_t width) {
+  const uint32_t mask = (1u << width) - 1;
+  const uint32_t first = fields[0][sb] & mask;
+  if (channels == 2) check.feed(first << width | (fields[1][sb] & mask), 2 * width);
+  if (channels == 1) check.feed(first, width);
+}
+
 // The channels whose allocation is coded on its own in subband `sb`.
-int32_t codedChannels(const FrameParams &fp, int32_t sb) {
-  const int32_t channels = fp.channels < 2 ? fp.channels : 2;
+int32_t codedChannels(const FrameParams &fp, int32_t channels, int32_t sb) {
   return sb < fp.jsbound || channels < 1 ? channels : 1;
 }
 
 }  // namespace
 
 extern "C" void neb_I_CRC_calc(const FrameParams *fp, const uint32_t allocation[2][32], uint32_t *crc) {
+  const int32_t channels = fp->channels < 2 ? fp->channels : 2;
+
   CheckRegister check;
   check.feedHeader(*fp);
-  for (int32_t sb = 0; sb < 32; ++sb)
-    for (int32_t ch = 0; ch < codedChannels(*fp, sb); ++ch) check.feed(allocation[ch][sb], 4);
+  for (int32_t sb = 0; sb < 32; ++sb) feedChannels(check, allocation, sb, codedChannels(*fp, channels, sb), 4);
   *crc = check.value();
 }
 
@@ -91,7 +99,7 @@ extern "C" void neb_II_CRC_calc(const FrameParams *fp, const uint32_t allocation
   CheckRegister check;
   check.feedHeader(*fp);
   for (int32_t sb = 0; sb < sblimit; ++sb)
-    for (int32_t ch = 0; ch < codedChannels(*fp, sb); ++ch) check.feed(allocation[ch][sb], fp->allocTable[sb][0].bits);
+    feedChannels(check, allocation, sb, codedChannels(*fp, channels, sb), fp->allocTable[sb][0].bits);
   for (int32_t sb = 0; sb < sblimit; ++sb)
     for (int32_t ch = 0; ch < channels; ++ch) check.feed(scfsi[ch][sb], allocation[ch][sb] != 0 ? 2 : 0);
   *crc = check.value();

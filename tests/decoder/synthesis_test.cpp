@@ -166,10 +166,14 @@ TEST_P(Synthesis, HistoryAdvancesByWhatCounts) {
 INSTANTIATE_TEST_SUITE_P(Levels, Synthesis, testing::ValuesIn(levelsHere()),
                          [](const auto &test) { return cpuLevelName(test.param); });
 
+// In a vector of one, and of four, which are clamped in another way.
 template <int Layer>
 int32_t sampleOf(float y) {
-  const Lanes<float, 1> v = {y};
-  return kernels::toSamples<1, Layer>(v)[0];
+  const Lanes<float, 1> one = {y};
+  const Lanes<float, 4> four = {0.0f, 1.0f, y, 2.0f};
+  const int32_t sample = kernels::toSamples<1, Layer>(one)[0];
+  EXPECT_EQ((kernels::toSamples<4, Layer>(four)[2]), sample) << y;
+  return sample;
 }
 
 TEST(SynthesisRounding, TellingValues) {
