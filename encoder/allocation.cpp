@@ -16,15 +16,18 @@ namespace {
 constexpr float snr[18] = {0.0f,   7.0f,   11.0f,  16.0f,  20.84f, 25.28f, 31.59f, 37.75f, 43.84f,
                            49.89f, 55.93f, 61.96f, 67.98f, 74.01f, 80.03f, 86.05f, 92.01f, 98.01f};
 
-// Bits of selection information and scale factors, by selection information.
-constexpr int32_t sfsPerScfsi[4] = {20, 14, 8, 14};
-
 constexpr int32_t kHeaderBits = 32;
 constexpr int32_t kCheckBits = 16;
 constexpr float kInfinity = std::numeric_limits<float>::infinity();
 
 // A subband whose noise-to-mask ratio is not above this is offered no step.
 constexpr float kNoDemand = -999999.0f;
+
+// Bits of selection information and scale factors: 20, 14, 8, 14 for selections 0, 1, 2, 3.
+NEB_INLINE int32_t sideBitsOf(uint32_t scfsi) {
+  const int32_t d = int32_t(scfsi & 3) - 2;
+  return 8 + 6 * (d < 0 ? -d : d);
+}
 
 // What a frame asks for. Where there is no such channel or subband, the ratio is minus infinity.
 struct Demand {
@@ -33,102 +36,123 @@ struct Demand {
   float highest;
 };
 
-// The value of a step is the noise-to-mask ratio before it. Values fall from step to step of a subband, so the order of
-// the steps is the order of their values, until a step is refused; and while all steps above some threshold fit into the
-// frame, they can be granted at once.
+// What every subband has been given, and the step that it would be given next.
+struct Offers {
+  uint32_t steps[2][32];
+  float value[2][32];   // noise-to-mask ratio now
+  int32_t bits[2][32];  // of the next step, or kNoStep
+};
+
+// Calls visit(ch, sb) for every group of N subbands, in the order in which equal values come.
+template <int N, typename Visit>
+NEB_INLINE void forGroups(const AllocationPlan &plan, Visit visit) {
+  for (int32_t sb = 0; sb < plan.sblimit; sb += N)
+    for (int32_t ch = 0; ch < plan.channels; ++ch) visit(ch, sb);
+}
+
+// Whether step b of any of the N subbands from `sb` on may be above the threshold.
+NEB_INLINE bool anyAbove(float threshold, const Demand &demand, const AllocationPlan &plan, int32_t sb, int32_t b) {
+  return b < plan.steps[sb] && demand.highest - plan.leastSnr[b] > threshold;
+}
+
+// The value of a step is the noise-to-mask ratio before it. Values fall from step to step of a subband, so the order of the
+// steps is the order of their values, until a step is refused; and while all steps above some threshold fit into the frame,
+// they can be granted at once.
 //
-// The bits of all steps above `threshold`; counts them per subband.
+// The bits of all steps above `threshold`.
 template <int N>
-NEB_INLINE int32_t stepsAbove(float threshold, const Demand &demand, const AllocationPlan &plan,
-                              uint32_t allocation[2][32]) {
+NEB_INLINE int32_t bitsAbove(float threshold, const Demand &demand, const AllocationPlan &plan) {
   using Floats = Lanes<float, N>;
   using Ints = Lanes<int32_t, N>;
   Ints bits{};
-  for (int32_t ch = 0; ch < plan.channels; ++ch)
-    for (int32_t sb = 0; sb < plan.sblimit; sb += N) {
-      const Floats smr = loadLanes<Floats>(demand.smr[ch] + sb);
-      Ints granted = smr > threshold;  // a comparison that holds is -1
-      Ints count = -granted;
-      bits += loadLanes<Ints>(demand.firstBits[ch] + sb) & granted;
-      for (uint32_t b = 1; b < uint32_t(plan.steps[sb]) && demand.highest - plan.leastSnr[b] > threshold; ++b) {
-        granted = smr - loadLanes<Floats>(plan.snrBefore[b] + sb) > threshold;
-        count -= granted;
-        bits += loadLanes<Ints>(plan.stepBits[b] + sb) & granted;
-      }
-      // What comes after the last step of a subband costs nothing, but may have been counted.
-      const Ints most = loadLanes<Ints>(plan.steps + sb);
-      storeLanes(allocation[ch] + sb, count < most ? count : most);
-    }
+  forGroups<N>(
+      plan, [&](int32_t ch, int32_t sb) __attribute__((always_inline)) {
+        const Floats smr = loadLanes<Floats>(demand.smr[ch] + sb);
+        // A comparison that holds is -1.
+        bits += loadLanes<Ints>(demand.firstBits[ch] + sb) & (smr > threshold);
+        for (int32_t b = 1; anyAbove(threshold, demand, plan, sb, b); ++b)
+          bits += loadLanes<Ints>(plan.stepBits[b] + sb) & (smr - loadLanes<Floats>(plan.stepSnr[b] + sb) > threshold);
+      });
   int32_t lanes[N], total = 0;
   storeLanes(lanes, bits);
   for (const int32_t lane : lanes) total += lane;
   return total;
 }
 
-// Finds a threshold above which all steps fit, grants them, and takes their bits from `room`. How near it comes to the
-// lowest such threshold changes nothing but the work that is left.
+// Grants all steps above `threshold`.
 template <int N>
-NEB_INLINE void grantAtOnce(const Demand &demand, const AllocationPlan &plan, uint32_t allocation[2][32],
-                            int32_t &room) {
-  constexpr int kHalvings = 9;
+NEB_INLINE void grantAbove(float threshold, const Demand &demand, const AllocationPlan &plan, Offers &offers) {
+  using Floats = Lanes<float, N>;
+  using Ints = Lanes<int32_t, N>;
+  forGroups<N>(
+      plan, [&](int32_t ch, int32_t sb) __attribute__((always_inline)) {
+        const Floats smr = loadLanes<Floats>(demand.smr[ch] + sb);
+        Floats value = smr;
+        Ints bits = loadLanes<Ints>(demand.firstBits[ch] + sb);
+        Ints steps{};
+        for (int32_t b = 0; anyAbove(threshold, demand, plan, sb, b); ++b) {
+          const Ints granted = smr - loadLanes<Floats>(plan.stepSnr[b] + sb) > threshold;
+          steps -= granted;
+          value = granted ? smr - loadLanes<Floats>(plan.snrAfter[b + 1] + sb) : value;
+          bits = granted ? loadLanes<Ints>(plan.stepBits[b + 1] + sb) : bits;
+        }
+        storeLanes(offers.steps[ch] + sb, steps);
+        storeLanes(offers.value[ch] + sb, value);
+        storeLanes(offers.bits[ch] + sb, bits);
+      });
+}
+
+// A threshold above which all steps fit into `room`. How near it comes to the lowest one changes nothing but the work that
+// is left.
+template <int N>
+NEB_INLINE float findThreshold(const Demand &demand, const AllocationPlan &plan, int32_t room) {
+  constexpr int kHalvings = 8;
   float fits = demand.highest;  // no value is above it
   float tooLow = fits;
   for (float reach = 64.0f; fits > kNoDemand && tooLow == fits; reach *= 4) {
     tooLow = std::max(demand.highest - reach, kNoDemand);
-    if (stepsAbove<N>(tooLow, demand, plan, allocation) <= room) fits = tooLow;
+    if (bitsAbove<N>(tooLow, demand, plan) <= room) fits = tooLow;
   }
   for (int i = 0; i < kHalvings && tooLow < fits; ++i) {
     const float middle = tooLow + (fits - tooLow) * 0.5f;
-    (stepsAbove<N>(middle, demand, plan, allocation) <= room ? fits : tooLow) = middle;
+    (bitsAbove<N>(middle, demand, plan) <= room ? fits : tooLow) = middle;
   }
-  room -= stepsAbove<N>(fits, demand, plan, allocation);
+  return fits;
 }
 
-// A subband that is still offered steps, and the next one.
-struct Candidate {
+// The subband that is offered the next step: the one of the largest value, and of equal ones the lowest, channel 0 first.
+struct Choice {
   float value;
-  int32_t bits;
-  uint32_t ch, sb;
+  int32_t place;  // 2 sb + ch; kNone when no subband can be given anything
 };
 
-// Offers the remaining steps one by one. A refused subband is not offered another one, and room only shrinks: so subbands
-// whose next step does not fit can be dropped before it is their turn.
-void grantOneByOne(const Demand &demand, const AllocationPlan &plan, uint32_t allocation[2][32],
-                   float noiseToMask[2][32], int32_t &room) {
-  Candidate candidates[64];
-  uint32_t count = 0;
-  // In the order in which equal values come: by subband, channel 0 first.
-  for (uint32_t sb = 0; sb < uint32_t(plan.sblimit); ++sb)
-    for (uint32_t ch = 0; ch < uint32_t(plan.channels); ++ch) {
-      const uint32_t steps = allocation[ch][sb];
-      noiseToMask[ch][sb] = demand.smr[ch][sb] - plan.snrBefore[steps][sb];
-      const int32_t bits = steps == 0 ? demand.firstBits[ch][sb] : plan.stepBits[steps][sb];
-      candidates[count] = {noiseToMask[ch][sb], bits, ch, sb};
-      if (steps < uint32_t(plan.steps[sb]) && bits <= room) ++count;
-    }
+constexpr int32_t kNone = 64;
 
-  while (count != 0) {
-    float best = kNoDemand;
-    uint32_t kept = 0, chosen = 64;
-    for (uint32_t i = 0; i < count; ++i) {
-      if (candidates[i].bits > room) continue;
-      candidates[kept] = candidates[i];
-      if (candidates[kept].value > best) {
-        best = candidates[kept].value;
-        chosen = kept;
-      }
-      ++kept;
-    }
-    count = kept;
-    if (chosen == 64) break;
-
-    Candidate &c = candidates[chosen];
-    room -= c.bits;
-    const uint32_t steps = ++allocation[c.ch][c.sb];
-    c.value = demand.smr[c.ch][c.sb] - plan.snrBefore[steps][c.sb];
-    noiseToMask[c.ch][c.sb] = c.value;
-    c.bits = steps < uint32_t(plan.steps[c.sb]) ? plan.stepBits[steps][c.sb] : INT32_MAX;
-  }
+// A refused subband is offered nothing more, and room only shrinks: so a subband whose next step does not fit can be passed
+// over at once.
+template <int N>
+NEB_INLINE Choice chooseNext(const Offers &offers, const AllocationPlan &plan, int32_t room) {
+  using Floats = Lanes<float, N>;
+  using Ints = Lanes<int32_t, N>;
+  Floats value = Floats{} + kNoDemand;
+  Ints place = Ints{} + kNone;
+  Ints twice;
+  for (int32_t i = 0; i < N; ++i) twice[i] = 2 * i;
+  forGroups<N>(
+      plan, [&](int32_t ch, int32_t sb) __attribute__((always_inline)) {
+        const Floats offered = loadLanes<Floats>(offers.value[ch] + sb);
+        const Ints better = (offered > value) & (loadLanes<Ints>(offers.bits[ch] + sb) <= room);
+        value = better ? offered : value;
+        place = better ? twice + (2 * sb + ch) : place;
+      });
+  float values[N];
+  int32_t places[N];
+  storeLanes(values, value);
+  storeLanes(places, place);
+  Choice best = {values[0], places[0]};
+  for (int i = 1; i < N; ++i)
+    if (values[i] > best.value || (values[i] == best.value && places[i] < best.place)) best = {values[i], places[i]};
+  return best;
 }
 
 template <int N>
@@ -136,25 +160,40 @@ NEB_INLINE int32_t allocationBody(const float smr[2][32], const uint32_t scfsi[2
                                   int32_t &bitsAvailable, const AllocationPlan &plan) {
   Demand demand;
   demand.highest = -kInfinity;
-  for (int32_t ch = 0; ch < plan.channels; ++ch)
+  for (int32_t ch = 0; ch < plan.channels; ++ch) {
     for (int32_t sb = 0; sb < 32; ++sb) {
-      const bool inUse = sb < plan.sblimit;
-      demand.smr[ch][sb] = inUse ? smr[ch][sb] : -kInfinity;
-      demand.firstBits[ch][sb] = inUse ? plan.stepBits[0][sb] + sfsPerScfsi[scfsi[ch][sb] & 3] : 0;
-      demand.highest = std::max(demand.highest, demand.smr[ch][sb]);
+      demand.smr[ch][sb] = -kInfinity;
+      demand.firstBits[ch][sb] = kNoStep;
     }
+    for (int32_t sb = 0; sb < plan.sblimit; ++sb) {
+      demand.smr[ch][sb] = smr[ch][sb];
+      demand.firstBits[ch][sb] = plan.stepBits[0][sb] + sideBitsOf(scfsi[ch][sb]);
+      demand.highest = std::max(demand.highest, smr[ch][sb]);
+    }
+  }
 
   int32_t room = bitsAvailable - plan.sideBits;
-  uint32_t granted[2][32] = {};
-  float noiseToMask[2][32];
-  if (room > 0) grantAtOnce<N>(demand, plan, granted, room);
-  grantOneByOne(demand, plan, granted, noiseToMask, room);
+  const float threshold = room > 0 ? findThreshold<N>(demand, plan, room) : demand.highest;
+  Offers offers;
+  grantAbove<N>(threshold, demand, plan, offers);
+  room -= bitsAbove<N>(threshold, demand, plan);
+
+  // The few steps that are left, one by one.
+  for (;;) {
+    const int32_t place = chooseNext<N>(offers, plan, room).place;
+    if (place == kNone) break;
+    const int32_t ch = place % 2, sb = place / 2;
+    room -= offers.bits[ch][sb];
+    const uint32_t steps = ++offers.steps[ch][sb];
+    offers.value[ch][sb] = demand.smr[ch][sb] - plan.snrAfter[steps][sb];
+    offers.bits[ch][sb] = plan.stepBits[steps][sb];
+  }
 
   int32_t masked = 0;
   for (int32_t ch = 0; ch < plan.channels; ++ch)
     for (int32_t sb = 0; sb < plan.sblimit; ++sb) {
-      allocation[ch][sb] = granted[ch][sb];
-      masked += std::signbit(noiseToMask[ch][sb]);
+      allocation[ch][sb] = offers.steps[ch][sb];
+      masked += std::signbit(offers.value[ch][sb]);
     }
   bitsAvailable = room;
   return -masked;
@@ -166,12 +205,6 @@ int32_t allocationAvx2(const float smr[2][32], const uint32_t scfsi[2][32], uint
                        int32_t &bitsAvailable, const AllocationPlan &plan) {
   return allocationBody<8>(smr, scfsi, allocation, bitsAvailable, plan);
 }
-
-NEB_TARGET("avx512f,avx512bw,avx512dq,avx512vl")
-int32_t allocationAvx512(const float smr[2][32], const uint32_t scfsi[2][32], uint32_t allocation[2][32],
-                         int32_t &bitsAvailable, const AllocationPlan &plan) {
-  return allocationBody<16>(smr, scfsi, allocation, bitsAvailable, plan);
-}
 #endif
 
 }  // namespace
@@ -181,30 +214,30 @@ AllocationPlan planAllocation(const FrameParams &frame) {
   plan.channels = codedChannels(frame);
   plan.sblimit = frame.sblimit;
   plan.sideBits = kHeaderBits + (frame.protection != 0 ? kCheckBits : 0);
-  std::fill_n(plan.leastSnr, kMaxSteps, kInfinity);
-  for (auto &row : plan.snrBefore) std::fill_n(row, 32, kInfinity);
+  std::fill_n(plan.leastSnr, kMaxSteps + 1, kInfinity);
+  std::fill_n(plan.stepSnr[0], (kMaxSteps + 1) * 32, kInfinity);
+  std::fill_n(plan.stepBits[0], (kMaxSteps + 1) * 32, kNoStep);
   for (int32_t sb = 0; sb < frame.sblimit; ++sb) {
     const AllocEntry *const row = frame.allocTable[sb];
     plan.sideBits += row[0].bits * plan.channels;
     plan.steps[sb] = (1 << row[0].bits) - 1;
     int32_t bitsBefore = 0;
-    const auto steps = uint32_t(plan.steps[sb]);
-    for (uint32_t b = 0; b <= steps; ++b) {
-      plan.snrBefore[b][sb] = b == 0 ? 0.0f : snr[row[b].quant + 1];
-      if (b == steps) break;
-      plan.leastSnr[b] = std::min(plan.leastSnr[b], plan.snrBefore[b][sb]);
+    for (int32_t b = 0; b < plan.steps[sb]; ++b) {
+      plan.snrAfter[b][sb] = b == 0 ? 0.0f : snr[row[b].quant + 1];
+      plan.stepSnr[b][sb] = plan.snrAfter[b][sb];
+      plan.leastSnr[b] = std::min(plan.leastSnr[b], plan.snrAfter[b][sb]);
       const int32_t bits = int32_t(kGranules) * row[b + 1].group * row[b + 1].bits;
       plan.stepBits[b][sb] = bits - bitsBefore;
       bitsBefore = bits;
     }
+    plan.snrAfter[plan.steps[sb]][sb] = snr[row[plan.steps[sb]].quant + 1];
   }
   return plan;
 }
 
 AllocationFn allocationFor(CpuLevel level) {
 #ifdef NEB_TARGET
-  if (level == CpuLevel::Avx512) return allocationAvx512;
-  if (level == CpuLevel::Avx2) return allocationAvx2;
+  if (level >= CpuLevel::Avx2) return allocationAvx2;
 #endif
   static_cast<void>(level);
   return II_a_bit_allocation;

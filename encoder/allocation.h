@@ -15,13 +15,15 @@ inline constexpr uint32_t kMaxSteps = 15;
 struct AllocationPlan {
   int32_t channels;
   int32_t sblimit;
-  int32_t sideBits;   // header, check word and allocation fields of a frame
-  int32_t steps[32];  // that a subband can be given; falls from subband to subband
-  float snrBefore[kMaxSteps + 1]
-                 [32];        // signal-to-noise ratio in dB before step b, or after the last one; then infinite
-  float leastSnr[kMaxSteps];  // the least before step b of any subband that has it
-  int32_t stepBits[kMaxSteps + 1][32];  // sample bits that step b adds to a frame; 0 where there is no such step
+  int32_t sideBits;                     // header, check word and allocation fields of a frame
+  int32_t steps[32];                    // that a subband can be given; falls from subband to subband
+  float snrAfter[kMaxSteps + 1][32];    // signal-to-noise ratio in dB after b steps
+  float stepSnr[kMaxSteps + 1][32];     // the same where step b exists, else infinite; steps count from 0
+  float leastSnr[kMaxSteps + 1];        // the least of them
+  int32_t stepBits[kMaxSteps + 1][32];  // sample bits that step b adds to a frame, or kNoStep
 };
+
+inline constexpr int32_t kNoStep = INT32_MAX;
 
 AllocationPlan planAllocation(const FrameParams &frame);
 

@@ -3,6 +3,7 @@
 #include <array>
 #include <bit>
 #include <cstring>
+#include <utility>
 
 #include "base/attributes.h"
 #include "base/lanes.h"

@@ -66,80 +66,67 @@ QAV_TARGET NEB_INLINE Taps<N> broadcast(const PartialSum &y) {
           broadcast<N>(y.coarse)};
 }
 
-// Adds two taps of the pairs at `pairs`.
-template <int N>
-QAV_TARGET NEB_INLINE void addProduct(Lanes<int32_t, N> &sum, const int32_t *pairs, const Lanes<int32_t, N> &taps) {
+// Adds the pairs to one Y under the taps that lie Distance pairs behind its newest one, if there are any.
+template <int N, int Distance>
+QAV_TARGET NEB_INLINE void addTaps(Sum<N> &sum, const Lanes<int16_t, 2 * N> &pairs, const Taps<N> &taps) {
   using Shorts = Lanes<int16_t, 2 * N>;
-  addPairProducts(sum, load<Shorts>(pairs), Shorts(taps));
+  if constexpr (Distance >= 0 && Distance % 4 == 0 && Distance / 4 < kTaps / 2)
+    addPairProducts(sum.fine, pairs, Shorts(taps.fine[Distance / 4]));
+  if constexpr (Distance == 6) addPairProducts(sum.coarse, pairs, Shorts(taps.coarse));
 }
 
-// Adds one Y to the sums of the times Time, Time + 3, ... for each Time; `row` begins at the first of them.
-template <int N, int NewestPair, int... Times>
-QAV_TARGET NEB_INLINE void add(Sum<N> sums[3], const Taps<N> &taps, const int32_t *row) {
-  (addProduct<N>(sums[Times].fine, row + pairPlace(Times + NewestPair), taps.fine[0]), ...);
-  (addProduct<N>(sums[Times].fine, row + pairPlace(Times + NewestPair - 4), taps.fine[1]), ...);
-  (addProduct<N>(sums[Times].fine, row + pairPlace(Times + NewestPair - 8), taps.fine[2]), ...);
-  (addProduct<N>(sums[Times].fine, row + pairPlace(Times + NewestPair - 12), taps.fine[3]), ...);
-  (addProduct<N>(sums[Times].coarse, row + pairPlace(Times + NewestPair - 6), taps.coarse), ...);
+// Adds the pairs `Pair`, `Pair` + 3, ... to the sums of all times under whose windows they lie: early[i] and late[i] are of
+// the times i, i + 3, ...
+template <int N, int Pair>
+QAV_TARGET NEB_INLINE void addPair(const int32_t *row, const Taps<N> &earlyTaps, const Taps<N> &lateTaps,
+                                   Sum<N> early[3], Sum<N> late[3]) {
+  const auto pairs = load<Lanes<int16_t, 2 * N>>(row + pairPlace(Pair));
+  addTaps<N, kNewestPair - Pair>(early[0], pairs, earlyTaps);
+  addTaps<N, kNewestPair - Pair + 1>(early[1], pairs, earlyTaps);
+  addTaps<N, kNewestPair - Pair + 2>(early[2], pairs, earlyTaps);
+  addTaps<N, kNewestPair - 1 - Pair>(late[0], pairs, lateTaps);
+  addTaps<N, kNewestPair - 1 - Pair + 1>(late[1], pairs, lateTaps);
+  addTaps<N, kNewestPair - 1 - Pair + 2>(late[2], pairs, lateTaps);
 }
 
-template <int N, int... Times>
+template <int N, int... Pairs>
+QAV_TARGET NEB_INLINE void addPairs(std::integer_sequence<int, Pairs...>, const int32_t *row, const RowWindow &window,
+                                    Sum<N> early[3], Sum<N> late[3]) {
+  const Taps<N> earlyTaps = broadcast<N>(window.early), lateTaps = broadcast<N>(window.late);
+  (addPair<N, Pairs>(row, earlyTaps, lateTaps, early, late), ...);
+}
+
+// Adds both Y of row r to the sums; the row begins at the first of their times.
+template <int N>
+QAV_TARGET NEB_INLINE void addRow(const PairRows &rows, int r, int granule, Sum<N> early[3], Sum<N> late[3]) {
+  addPairs<N>(std::make_integer_sequence<int, kNewestPair + 3>(), rows.pairs[r] + granule, ana_winTbl[unsigned(r)], early,
+              late);
+}
+
+template <int N>
 QAV_TARGET NEB_INLINE void storeSums(FoldedFrame &folded, int m, int granule, const Sum<N> sums[3]) {
-  (store(folded.fine[m] + Times * int(kGranules) + granule, sums[Times].fine), ...);
-  (store(folded.coarse[m] + Times * int(kGranules) + granule, sums[Times].coarse), ...);
-}
-
-// Two rows and their taps.
-template <int N>
-struct RowPair {
-  const int32_t *rows[2];
-  Taps<N> early[2], late[2];
-};
-
-template <int N>
-QAV_TARGET NEB_INLINE RowPair<N> rowPair(const PairRows &rows, int r0, int r1) {
-  const RowWindow &w0 = ana_winTbl[unsigned(r0)], &w1 = ana_winTbl[unsigned(r1)];
-  return {{rows.pairs[r0], rows.pairs[r1]},
-          {broadcast<N>(w0.early), broadcast<N>(w1.early)},
-          {broadcast<N>(w0.late), broadcast<N>(w1.late)}};
-}
-
-// Rows r and 30 - r make F[15 - r] of their early sums and F[17 + r] of their late ones. Rows 15 and 31 have no partner: row
-// 15 makes F[0], its late sum meeting the cosines that are 0, and row 31 makes F[16].
-template <bool Partners, int N, int... Times>
-QAV_TARGET NEB_INLINE void foldRows(const RowPair<N> &pair, int r, int granule, FoldedFrame &folded) {
-  constexpr int kEarly = kNewestPair, kLate = kNewestPair - 1;
-  Sum<N> a[3] = {}, b[3] = {};
-  add<N, kEarly, Times...>(a, pair.early[0], pair.rows[0] + granule);
-  add<N, kEarly, Times...>(Partners ? a : b, pair.early[1], pair.rows[1] + granule);
-  add<N, kLate, Times...>(b, pair.late[1], pair.rows[1] + granule);
-  if constexpr (Partners) add<N, kLate, Times...>(b, pair.late[0], pair.rows[0] + granule);
-  storeSums<N, Times...>(folded, Partners ? 15 - r : 0, granule, a);
-  storeSums<N, Times...>(folded, Partners ? 17 + r : 16, granule, b);
-}
-
-// All times of two rows.
-template <bool Partners>
-QAV_TARGET NEB_INLINE void foldRows(const PairRows &rows, int r0, int r1, FoldedFrame &folded) {
-  const RowPair<QAV_LANES> pair = rowPair<QAV_LANES>(rows, r0, r1);
-  if constexpr (QAV_LANES == 16) {
-    // Registers enough for sums of all times at once. The last four of sixteen lanes are overwritten by what belongs there.
-    foldRows<Partners, 16, 0, 1, 2>(pair, r0, 0, folded);
-  } else if constexpr (QAV_LANES == 8) {
-    foldRows<Partners, 8, 0>(pair, r0, 0, folded);
-    foldRows<Partners, 8, 1>(pair, r0, 0, folded);
-    foldRows<Partners, 8, 2>(pair, r0, 0, folded);
-    const RowPair<4> narrow = rowPair<4>(rows, r0, r1);
-    foldRows<Partners, 4, 0>(narrow, r0, 8, folded);
-    foldRows<Partners, 4, 1>(narrow, r0, 8, folded);
-    foldRows<Partners, 4, 2>(narrow, r0, 8, folded);
-  } else {
-    for (int granule = 0; granule < int(kGranules); granule += 4) {
-      foldRows<Partners, 4, 0>(pair, r0, granule, folded);
-      foldRows<Partners, 4, 1>(pair, r0, granule, folded);
-      foldRows<Partners, 4, 2>(pair, r0, granule, folded);
-    }
+  for (int time = 0; time < 3; ++time) {
+    store(folded.fine[m] + time * int(kGranules) + granule, sums[time].fine);
+    store(folded.coarse[m] + time * int(kGranules) + granule, sums[time].coarse);
   }
+}
+
+// All F of N times. Rows r and 30 - r make F[15 - r] of their early sums and F[17 + r] of their late ones. Rows 15 and 31
+// have no partner: row 15 makes F[0], its late sum meeting the cosines that are 0, and row 31 makes F[16].
+template <int N>
+QAV_TARGET NEB_INLINE void windowTimes(const PairRows &rows, int granule, FoldedFrame &folded) {
+  for (int r = 0; r < 15; ++r) {
+    Sum<N> early[3] = {}, late[3] = {};
+    addRow<N>(rows, r, granule, early, late);
+    addRow<N>(rows, 30 - r, granule, early, late);
+    storeSums<N>(folded, 15 - r, granule, early);
+    storeSums<N>(folded, 17 + r, granule, late);
+  }
+  Sum<N> first[3] = {}, unused[3] = {}, both[3] = {};
+  addRow<N>(rows, 15, granule, first, unused);
+  addRow<N>(rows, 31, granule, both, both);
+  storeSums<N>(folded, 0, granule, first);
+  storeSums<N>(folded, 16, granule, both);
 }
 
 template <int N>
@@ -171,8 +158,14 @@ QAV_TARGET inline void pairFrame(const int16_t *samples, PairRows &rows) {
 }
 
 QAV_TARGET inline void window(const PairRows &rows, FoldedFrame &folded) {
-  for (int r = 0; r < 15; ++r) foldRows<true>(rows, r, 30 - r, folded);
-  foldRows<false>(rows, 15, 31, folded);
+  if constexpr (QAV_LANES == 16) {
+    windowTimes<16>(rows, 0, folded);  // the last four of sixteen lanes are overwritten by what belongs there
+  } else if constexpr (QAV_LANES == 8) {
+    windowTimes<8>(rows, 0, folded);
+    windowTimes<4>(rows, 8, folded);
+  } else {
+    for (int granule = 0; granule < int(kGranules); granule += 4) windowTimes<4>(rows, granule, folded);
+  }
 }
 
 QAV_TARGET inline void transform(const FoldedFrame &folded, SubbandFrame &out) {

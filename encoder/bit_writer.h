@@ -31,4 +31,22 @@ inline void putbits(BitWriter &writer, uint32_t value, uint32_t n) {
   writer.position += n;
 }
 
+// Fields of at most 8 bits on their way to the writer, several at a time.
+struct ShortFields {
+  uint32_t bits = 0;
+  uint32_t count = 0;  // of bits, 0 .. 16
+};
+
+inline void flush(ShortFields &fields, BitWriter &writer) {
+  putbits(writer, fields.bits, fields.count);
+  fields = {};
+}
+
+// The bits of `value` above the low `n` are 0.
+inline void append(ShortFields &fields, uint32_t value, uint32_t n, BitWriter &writer) {
+  fields.bits = fields.bits << n | value;
+  fields.count += n;
+  if (fields.count > 16) flush(fields, writer);
+}
+
 }  // namespace qav

@@ -23,9 +23,11 @@ void writeHeader(const FrameParams &frame, BitWriter &writer) {
 }
 
 void II_encode_bit_alloc(const uint32_t allocation[2][32], const FrameParams &frame, BitWriter &writer) {
+  ShortFields fields;
   for (int32_t sb = 0; sb < frame.sblimit; ++sb)
     for (int32_t ch = 0; ch < codedChannels(frame); ++ch)
-      putbits(writer, allocation[ch][sb], frame.allocTable[sb][0].bits);
+      append(fields, allocation[ch][sb], frame.allocTable[sb][0].bits, writer);
+  flush(fields, writer);
 }
 
 void writeStuffing(int32_t bits, BitWriter &writer) {

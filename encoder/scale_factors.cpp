@@ -129,9 +129,11 @@ void II_transmission_pattern(ScaleIndices scaleIndex[2], uint32_t scfsi[2][32], 
 void II_encode_scale(const uint32_t allocation[2][32], const uint32_t scfsi[2][32], const ScaleIndices scaleIndex[2],
                      const FrameParams &frame, BitWriter &writer) {
   const int32_t channels = codedChannels(frame);
+  ShortFields selections;
   for (int32_t sb = 0; sb < frame.sblimit; ++sb)
     for (int32_t ch = 0; ch < channels; ++ch)
-      if (allocation[ch][sb] != 0) putbits(writer, scfsi[ch][sb], 2);
+      if (allocation[ch][sb] != 0) append(selections, scfsi[ch][sb], 2, writer);
+  flush(selections, writer);
 
   for (int32_t sb = 0; sb < frame.sblimit; ++sb)
     for (int32_t ch = 0; ch < channels; ++ch) {
