@@ -13,8 +13,9 @@ uint32_t initDecoder(DecoderSession **out, CpuLevel level) {
   if (block == nullptr) return QAV_DECODE_NO_MEMORY;
 
   auto *const s = static_cast<DecoderSession *>(block);
-  const uintptr_t behind = reinterpret_cast<uintptr_t>(s + 1);
-  s->synthesis = reinterpret_cast<SynthesisHistory *>((behind + kAlignment - 1) / kAlignment * kAlignment);
+  auto *const behind = reinterpret_cast<uint8_t *>(s + 1);
+  const size_t gap = -reinterpret_cast<uintptr_t>(behind) % kAlignment;
+  s->synthesis = reinterpret_cast<SynthesisHistory *>(behind + gap);
   s->kernels = &decoderKernelsFor(level);
   *out = s;
   return QAV_DECODE_OK;
