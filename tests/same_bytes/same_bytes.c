@@ -1,5 +1,6 @@
 /* Prints a hash of what the library makes of made-up input: streams at every rate and bitrate, mono and stereo, with and
- * without check word, the PCM they decode to, and resampled PCM. Every build on every machine prints the same.
+ * without check word, the PCM they decode to, resampled PCM, and blocks through the converter. Every build on every
+ * machine prints the same.
  *
  * Written in C, so that it also shows that the library needs nothing of C++. */
 #include <stdio.h>
@@ -88,6 +89,77 @@ static int resampled(uint32_t inHz, uint32_t outHz, uint32_t channels) {
   return 0;
 }
 
+typedef struct Item {
+  uint32_t item, value;
+} Item;
+
+/* The converter, fed in blocks of odd lengths. */
+static int converted(const char *what, const Item *items, const uint8_t *in, uint32_t inBytes, int toPcm) {
+  static int16_t out[1 << 18];
+  QAV_Handle *h;
+  if (QAV_createHandle(&h) != QAV_OK) return 1;
+  for (; items->item != 0; ++items)
+    if (QAV_setConfigure(h, items->item, items->value) != QAV_OK) return 1;
+  if (QAV_detectConfigure(h) != QAV_OK) return 1;
+  uint64_t hash = kEmpty;
+  uint32_t at = 0, total = 0, n = 0;
+  int ended = 0;
+  while (!ended) {
+    uint32_t bytes = 1 + at * 7 % 3001;
+    if (bytes > inBytes - at) bytes = inBytes - at;
+    ended = bytes == 0;
+    n = 0;
+    if (QAV_convert(h, in + at, bytes, (uint8_t *)out, &n) != QAV_OK) return 1;
+    hash = toPcm ? hashSamples(hash, out, n / 2) : hashBytes(hash, (const uint8_t *)out, n);
+    at += bytes;
+    total += n;
+  }
+  QAV_deleteHandle(h);
+  printf("%s: %u bytes %016llx\n", what, (unsigned)total, (unsigned long long)hash);
+  return 0;
+}
+
+static int conversions(void) {
+  static const Item kFiltered[] = {{QAV_ITEM_OUT_FORMAT, QAV_FORMAT_LAYER2},
+                                   {QAV_ITEM_IN_FREQ_HZ, 11025},
+                                   {QAV_ITEM_OUT_FREQ_HZ, 44100},
+                                   {QAV_ITEM_INPUT_8BIT, 1},
+                                   {QAV_ITEM_LPF_LEVEL, 3},
+                                   {QAV_ITEM_BUFFER_SIZE, 8192},
+                                   {0, 0}};
+  static const Item kResampled[] = {{QAV_ITEM_OUT_FORMAT, QAV_FORMAT_LAYER2},
+                                    {QAV_ITEM_IN_FREQ_HZ, 96000},
+                                    {QAV_ITEM_OUT_FREQ_HZ, 48000},
+                                    {QAV_ITEM_KBPS, 256},
+                                    {QAV_ITEM_BUFFER_SIZE, 8192},
+                                    {0, 0}};
+  static const Item kDecoded[] = {{QAV_ITEM_IN_FORMAT, QAV_FORMAT_MPEG}, {0, 0}};
+  static uint8_t bytes[40000];
+  uint32_t random = 7;
+  for (uint32_t i = 0; i < sizeof bytes; ++i) bytes[i] = (uint8_t)((random = random * 1664525u + 1013904223u) >> 24);
+  int failed = converted("filtered 8-bit input", kFiltered, bytes, sizeof bytes, 0);
+  /* 16-bit samples as this machine stores them, odd in number. */
+  makeSamples(input, kFrames * 1152, 2);
+  failed |= converted("96000 to 48000 Hz, encoded", kResampled, (const uint8_t *)input, 20000, 0);
+
+  /* Two streams with noise before, between and behind. */
+  uint32_t length = 1000, begin = 0;
+  for (int stream = 0; stream < 2; ++stream) {
+    EncoderSession *encoder;
+    if (zo_mpeg_Encode1FrameInit(&encoder, 44100, 192, 2, NULL) != QAV_ENCODE_OK) return 1;
+    begin = length;
+    for (uint32_t f = 0; f < kFrames; ++f) {
+      uint32_t n;
+      zo_mpeg_Encode1Frame(encoder, input + f * 2304, 1152, bytes + length, &n);
+      length += n;
+    }
+    zo_mpeg_Encode1FrameTerm(encoder);
+    length += 500;
+  }
+  bytes[begin + 8] ^= 0xFF; /* an allocation, under a check word */
+  return failed | converted("damaged stream, decoded", kDecoded, bytes, length, 1);
+}
+
 int main(void) {
   static const uint32_t kHz[] = {32000, 44100, 48000};
   static const uint32_t kKbps[] = {32, 48, 56, 64, 80, 96, 112, 128, 160, 192, 224, 256, 320, 384};
@@ -100,5 +172,5 @@ int main(void) {
   for (int a = 0; a < 6; ++a)
     for (int b = 0; b < 6; ++b)
       if (kOtherHz[b] <= 8 * kOtherHz[a]) failed |= resampled(kOtherHz[a], kOtherHz[b], 1 + (uint32_t)(a + b) % 2);
-  return failed;
+  return failed | conversions();
 }
