@@ -1,0 +1,187 @@
+// Files made to keep the tool busy: its stream walker and its readers spend as much on a byte of a long one as on a byte
+// of a short one, and no memory by what a header claims.
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <time.h>
+
+#include <algorithm>
+#include <cstring>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "tools/failure.h"
+#include "tools/stream_report.h"
+#include "tools/stream_walker.h"
+#include "tools/wav_reader.h"
+
+namespace {
+
+using Bytes = std::string;
+using namespace qav::tool;
+using namespace std::string_literals;
+
+class MemorySource final : public ByteSource {
+ public:
+  explicit MemorySource(const Bytes &content) : bytes(content) {}
+  size_t read(uint8_t *to, size_t room) override {
+    const size_t n = std::min(room, bytes.size() - at);
+    std::memcpy(to, bytes.data() + at, n);
+    at += n;
+    return n;
+  }
+
+ private:
+  const Bytes &bytes;
+  size_t at = 0;
+};
+
+double cpuSeconds() {
+  timespec t;
+  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &t);
+  return double(t.tv_sec) + 1e-9 * double(t.tv_nsec);
+}
+
+double walkSeconds(const Bytes &file) {
+  const double start = cpuSeconds();
+  MemorySource source(file);
+  StreamWalker walker(source);
+  StreamReport report;
+  size_t events = 0;
+  for (;; ++events) {
+    const Event &event = walker.next();
+    report.observe(event);
+    if (std::holds_alternative<EndEvent>(event)) break;
+    if (events > file.size() + 16) {
+      ADD_FAILURE() << "more events than bytes";
+      break;
+    }
+  }
+  return cpuSeconds() - start;
+}
+
+double readSeconds(const Bytes &file) {
+  const double start = cpuSeconds();
+  try {
+    auto source = std::make_unique<MemorySource>(file);
+    auto window = std::make_unique<ByteWindow>(*source);
+    window->fill(12);
+    WavReader reader(std::move(source), std::move(window));
+    std::vector<int16_t> samples(8192);
+    std::vector<double> values(8192);
+    if (reader.isPlainPcm())
+      while ((reader.format().fits16 ? reader.read(samples.data(), 4096) : reader.read(values.data(), 4096)) > 0) {
+      }
+  } catch (const Failure &) {
+  }
+  return cpuSeconds() - start;
+}
+
+Bytes repeated(const Bytes &period, size_t bytes) {
+  Bytes all;
+  all.reserve(bytes + period.size());
+  while (all.size() < bytes) all += period;
+  return all;
+}
+
+Bytes le32(uint32_t v) {
+  Bytes b(4, '\0');
+  for (int i = 0; i < 4; ++i) b[size_t(i)] = char(v >> (8 * i));
+  return b;
+}
+
+// A header of Layer II at 44100 Hz and a body that holds the same header again and again.
+Bytes nestedHeaders(size_t period) {
+  Bytes b = "\xFF\xFD\x80\x00"s;
+  b.resize(period, '\x22');
+  return b;
+}
+
+Bytes ape(uint32_t claimed, bool asFooter) {
+  return "APETAGEX"s + le32(2000) + le32(claimed) + le32(1) + le32(asFooter ? 0 : 0xA0000000u) + Bytes(8, '\0');
+}
+
+Bytes id3(uint32_t claimed) {
+  Bytes b = "ID3\4\0\0"s;
+  for (int shift = 21; shift >= 0; shift -= 7) b += char(claimed >> shift & 0x7F);
+  return b;
+}
+
+Bytes wave(const Bytes &chunks) { return "RIFF"s + le32(0xFFFFFFFFu) + "WAVE" + chunks; }
+const Bytes kPcmFormat = "fmt "s + le32(16) + "\1\0\2\0"s + le32(44100) + le32(176400) + "\4\0\20\0"s;
+
+struct Attack {
+  const char *name;
+  Bytes head;    // once
+  Bytes period;  // again and again
+};
+
+const Attack kAttacks[] = {
+    {"zeros", "", "\0"s},
+    {"sync bytes", "", "\xFF"},
+    {"headers back to back", "", "\xFF\xFD\x80\x00"s},
+    {"headers a byte apart from where they lead", "", nestedHeaders(416)},
+    {"headers that lead to headers that lead nowhere", "", nestedHeaders(417) + nestedHeaders(100)},
+    {"headers all through each frame", nestedHeaders(417) + nestedHeaders(417), nestedHeaders(7)},
+    {"Layer III", "", "\xFF\xFB\x90\x64"},
+    {"free format", "", "\xFF\xFD\x00\x00"s},
+    {"ID3v2 tags of nothing", "", id3(0)},
+    {"ID3v2 tags that claim everything", "", id3(0x0FFFFFFF)},
+    {"ID3v1 marks", "", "TAG"},
+    {"APE headers that claim everything", "", ape(0xFFFFFFFFu, false)},
+    {"APE footers that claim what came before", nestedHeaders(417) + nestedHeaders(417), ape(0x00FFFFFFu, true)},
+    {"APE footers behind each other", nestedHeaders(417) + nestedHeaders(417), ape(64, true)},
+    {"chunks of nothing", wave(""), "JUNK"s + le32(0)},
+    {"chunks that claim everything", wave(""), "JUNK"s + le32(0xFFFFFFFFu)},
+    {"chunks that overlap", wave(kPcmFormat), "LIST"s + le32(4)},
+    {"lists in lists in lists", wave(kPcmFormat), "LIST"s + le32(0x7FFFFFF0u) + "adtl"},
+    {"data chunks that begin again", wave(kPcmFormat), "data"s + le32(2)},
+    {"RIFF in RIFF", wave(""), wave("")},
+    {"format chunks without end", wave(""), kPcmFormat},
+};
+
+class WorstCase : public testing::TestWithParam<Attack> {
+ protected:
+  // The time of a file sixteen times as long, over sixteen times that of the short one.
+  static double growth(const std::function<double(const Bytes &)> &seconds) {
+    const Bytes brief = GetParam().head + repeated(GetParam().period, 1 << 17);
+    const Bytes whole = GetParam().head + repeated(GetParam().period, 1 << 21);
+    double few = 1e9, many = 1e9;
+    for (int i = 0; i < 3; ++i) {
+      few = std::min(few, seconds(brief));
+      many = std::min(many, seconds(whole));
+    }
+    std::printf("%s: %.1f and %.1f ns a byte\n", GetParam().name, 1e9 * few / double(brief.size()),
+                1e9 * many / double(whole.size()));
+    return many / (16 * (few + 1e-4));
+  }
+};
+
+TEST_P(WorstCase, WalkerIsLinear) { EXPECT_LT(growth(walkSeconds), 4); }
+
+TEST_P(WorstCase, WavReaderIsLinear) {
+  if (GetParam().head.substr(0, 4) != "RIFF") GTEST_SKIP() << "no WAV file";
+  EXPECT_LT(growth(readSeconds), 4);
+}
+
+TEST_P(WorstCase, ClaimsTakeNoMemory) {
+  const auto resident = [] {
+    rusage usage{};
+    getrusage(RUSAGE_SELF, &usage);
+    return usage.ru_maxrss;  // KiB
+  };
+  const Bytes file = GetParam().head + repeated(GetParam().period, 1 << 16);
+  const long before = resident();
+  walkSeconds(file);
+  readSeconds(file);
+  EXPECT_LT(resident() - before, 8 << 10);
+}
+
+INSTANTIATE_TEST_SUITE_P(Files, WorstCase, testing::ValuesIn(kAttacks), [](const auto &attack) {
+  std::string name = attack.param.name;
+  std::replace(name.begin(), name.end(), ' ', '_');
+  return name;
+});
+
+}  // namespace
