@@ -1,5 +1,5 @@
 """The tool when the system lets it down: every open, read, write, close and rename that fails, in turn; calls that do
-half of what was asked; a clock that jumps; inputs and folders that vanish; signals at random moments.
+half of what was asked; folders that vanish; signals at random moments.
 
     tool_faults.py QAV INJECTOR TEST-DATA [--rounds N]
 
@@ -105,7 +105,6 @@ def check_faults(name, arguments, source, suffix):
             attempt(f"{call}:*:short", True)
             for n in range(1, min(int(number[call]), 20) + 1):
                 attempt(f"{call}:{n}:EINTR", True)
-        attempt("clock:*:jump", True)
         print(f"{name}: {', '.join(f'{n} {call}' for call, n in number.items())} calls, each made to fail")
 
 
@@ -132,7 +131,7 @@ def check_pipes(mp2):
 
 
 def check_vanishing(mp2):
-    """The folder of the output goes while it is written; the input shrinks while it is read."""
+    """The folder of the output goes while it is written."""
     with tempfile.TemporaryDirectory() as place:
         folder = pathlib.Path(place).resolve()
         (folder / "out").mkdir()
