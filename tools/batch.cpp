@@ -1,11 +1,14 @@
 #include "tools/batch.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <atomic>
 #include <cstdio>
+#include <cstdlib>
 #include <new>
-#include <nlohmann/json.hpp>
 #include <numeric>
+#include <optional>
 #include <thread>
 
 #include "tools/interrupt.h"
@@ -17,25 +20,36 @@ namespace {
 
 constexpr size_t kKeptBytes = 256 * 1024;
 
-void emit(OrderedText::Stream stream, std::string_view line) {
-  std::FILE *const file = stream == OrderedText::Stream::out ? stdout : stderr;
-  std::string whole(line);
-  whole += '\n';
-  std::fwrite(whole.data(), 1, whole.size(), file);
-}
-
-void report(Job &job, const Failure &failure, bool json) {
+void reportFailure(Job &job, const Failure &failure) {
   job.complain(failure.complaint);
-  if (!json) return;
-  nlohmann::ordered_json object;
-  object["file"] = toUtf8(job.input());
+  if (!job.wantsObject()) return;
+  Json object;
   object["status"] = failure.status;
   object["error"] = {
       {"place", failure.complaint.place}, {"what", failure.complaint.what}, {"remedy", failure.complaint.remedy}};
-  job.out(object.dump());
+  job.object(object);
+}
+
+Progress::Style styleFor(const CommonOptions &options) {
+  if (options.progressJson) return Progress::Style::json;
+  const char *const terminal = std::getenv("TERM");
+  const bool canDraw = isatty(STDERR_FILENO) && terminal && std::string_view(terminal) != "dumb";
+  return canDraw && !options.quiet ? Progress::Style::bar : Progress::Style::none;
+}
+
+std::vector<uint64_t> sizesOf(const std::vector<std::string> &inputs, Progress::Style style) {
+  std::vector<uint64_t> sizes(inputs.size());
+  if (style == Progress::Style::none) return sizes;
+  for (size_t i = 0; i < inputs.size(); ++i)
+    if (const auto state = fileState(inputs[i])) sizes[i] = state->bytes;
+  return sizes;
 }
 
 }  // namespace
+
+void OrderedText::emit(Stream stream, std::string_view line) {
+  progress_.print(stream == Stream::out ? stdout : stderr, line);
+}
 
 void OrderedText::print(size_t job, Stream stream, std::string_view line) {
   std::unique_lock lock(mutex_);
@@ -63,28 +77,54 @@ void OrderedText::finish(size_t job) {
 }
 
 void Job::complainAbout(const std::string &file, const Complaint &complaint) {
-  text_.print(index_, OrderedText::Stream::err, messageLine(file == "-" ? "standard input" : file, complaint));
+  batch_.text.print(index_, OrderedText::Stream::err, messageLine(file == "-" ? "standard input" : file, complaint));
 }
 
-int runJobs(const std::vector<std::string> &inputs, unsigned workers, const std::function<int(Job &)> &work,
-            bool json) {
-  OrderedText text(inputs.size());
+void Job::object(const Json &fields) {
+  Json object = objectAbout(input(), state_, batch_.options.command);
+  object.update(fields);
+  if (batch_.report) batch_.report->write(object);
+  if (batch_.options.json) out(object.dump());
+}
+
+int runJobs(const CommonOptions &options, const std::function<int(Job &)> &work) {
+  const std::vector<std::string> &inputs = options.inputs;
+  // A report is begun and later continued with the same command line.
+  const bool continues = options.report.empty() || options.report == options.resume;
+  const bool isFirst = options.report == options.resume && access(options.resume.c_str(), F_OK) != 0;
+  std::optional<EarlierReport> earlier;
+  if (!options.resume.empty() && !isFirst) earlier.emplace(options.resume, options.command);
+  const std::string &reportName = options.report.empty() ? options.resume : options.report;
+  std::optional<ReportFile> report;
+  if (!reportName.empty()) report.emplace(reportName, continues, options.force);
+
+  const Progress::Style style = styleFor(options);
+  Progress progress(style, sizesOf(inputs, style));
+  OrderedText text(inputs.size(), progress);
+  BatchState batch{options, progress, text, report ? &*report : nullptr};
   std::atomic<size_t> next{0};
   std::atomic<bool> stopped{false};
   std::vector<int> statuses(inputs.size(), kGood);
 
   const auto runOne = [&](size_t index) {
-    Job job(text, index, inputs[index]);
+    Job job(batch, index);
+    const std::optional<int> done = earlier ? earlier->statusOf(job.input(), job.state()) : std::nullopt;
     try {
-      statuses[index] = work(job);
+      if (done) {
+        statuses[index] = *done;
+        if (options.json) job.out(Json{{"file", toUtf8(job.input())}, {"status", *done}, {"done", "earlier"}}.dump());
+      } else {
+        statuses[index] = work(job);
+      }
     } catch (const Failure &failure) {
       statuses[index] = failure.status;
-      report(job, failure, json);
+      reportFailure(job, failure);
     } catch (const std::bad_alloc &) {
       statuses[index] = kUnusable;
-      report(job, Failure(kUnusable, {{}, "out of memory", "use fewer jobs with -j"}), json);
+      reportFailure(job, Failure(kUnusable, {{}, "out of memory", "use fewer jobs with -j"}));
     }
     text.finish(index);
+    progress.finish(index);
   };
   const auto worker = [&] {
     try {
@@ -95,11 +135,14 @@ int runJobs(const std::vector<std::string> &inputs, unsigned workers, const std:
   };
 
   std::vector<std::thread> threads;
-  const size_t wanted = std::min<size_t>(workers, inputs.size());
+  const size_t wanted = std::min<size_t>(options.jobs, inputs.size());
   for (size_t i = 1; i < wanted; ++i) threads.emplace_back(worker);
   worker();
   for (std::thread &thread : threads) thread.join();
-  if (stopped) endInterrupted();
+  if (stopped) {
+    progress.close();
+    endInterrupted();
+  }
   return std::accumulate(statuses.begin(), statuses.end(), kGood, worseOf);
 }
 

@@ -9,7 +9,10 @@
 #include <string_view>
 #include <vector>
 
+#include "tools/batch_report.h"
+#include "tools/common_options.h"
 #include "tools/failure.h"
+#include "tools/progress.h"
 
 namespace qav::tool {
 
@@ -17,7 +20,7 @@ namespace qav::tool {
 // of later ones are kept until it is their turn. A job that has said too much to keep waits for its turn.
 class OrderedText {
  public:
-  explicit OrderedText(size_t jobs) : kept_(jobs) {}
+  OrderedText(size_t jobs, Progress &progress) : progress_(progress), kept_(jobs) {}
 
   enum class Stream { out, err };
   void print(size_t job, Stream stream, std::string_view line);  // appends the line's end
@@ -29,37 +32,57 @@ class OrderedText {
     size_t bytes = 0;
     bool finished = false;
   };
+  void emit(Stream stream, std::string_view line);
+
+  Progress &progress_;
   std::mutex mutex_;
   std::condition_variable turn_;
   size_t front_ = 0;
   std::vector<Kept> kept_;
 };
 
+// What the jobs of a batch share.
+struct BatchState {
+  const CommonOptions &options;
+  Progress &progress;
+  OrderedText &text;
+  ReportFile *report;  // null without --report
+};
+
 // What the work on one input may say.
 class Job {
  public:
-  Job(OrderedText &text, size_t index, const std::string &input) : text_(text), index_(index), input_(input) {}
+  Job(BatchState &batch, size_t index) : batch_(batch), index_(index), state_(fileState(batch.options.inputs[index])) {}
 
   size_t index() const { return index_; }
-  const std::string &input() const { return input_; }
+  const std::string &input() const { return batch_.options.inputs[index_]; }
 
   // A line on standard output.
-  void out(std::string_view line) { text_.print(index_, OrderedText::Stream::out, line); }
+  void out(std::string_view line) { batch_.text.print(index_, OrderedText::Stream::out, line); }
 
   // A one-line message about the input, or about another file, on standard error.
-  void complain(const Complaint &complaint) { complainAbout(input_, complaint); }
+  void complain(const Complaint &complaint) { complainAbout(input(), complaint); }
   void complainAbout(const std::string &file, const Complaint &complaint);
 
+  // Whether an object about the input is wanted, for --json or --report; and the object, once. It needs a "status".
+  bool wantsObject() const { return batch_.options.json || batch_.report; }
+  void object(const Json &fields);
+
+  // The input is worked through to `fraction` (0 .. 1) of its length, which is `audioSeconds`.
+  void advance(double fraction, double audioSeconds) { batch_.progress.update(index_, fraction, audioSeconds); }
+
+  // The input as it was when the work began.
+  const std::optional<FileState> &state() const { return state_; }
+
  private:
-  OrderedText &text_;
+  BatchState &batch_;
   size_t index_;
-  const std::string &input_;
+  std::optional<FileState> state_;
 };
 
-// Run `work` on every input on `workers` threads. It returns the input's exit status, or throws Failure, which is reported
-// against the input, with `json` also as an object on standard output. Returns the worst status. Ends the process when a
-// signal came.
-int runJobs(const std::vector<std::string> &inputs, unsigned workers, const std::function<int(Job &)> &work,
-            bool json = false);
+// Run `work` on every input, on as many threads as there shall be jobs. It returns the input's exit status, or throws
+// Failure, which is reported against the input. Inputs that an earlier report calls done are left out. Returns the worst
+// status. Ends the process when a signal came.
+int runJobs(const CommonOptions &options, const std::function<int(Job &)> &work);
 
 }  // namespace qav::tool

@@ -44,7 +44,7 @@ FileSource::FileSource(const std::string &name) : fd_(STDIN_FILENO), owned_(name
   }
   if (S_ISDIR(status.st_mode)) {
     if (owned_) close(fd_);
-    fail("is a directory", "name the files in it");
+    fail("is a directory", "name the files in it, or use --recursive");
   }
   if (S_ISREG(status.st_mode)) {
     mayWait_ = false;

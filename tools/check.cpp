@@ -27,6 +27,7 @@ int checkOne(Job &job, const CheckOptions &options) {
   Md5Target md5;
   StretchJoiner joiner(md5);
   PcmReceiver receiver;
+  receiver.at = [&](const Place &place) { job.advance(input.fractionAt(place.offset), place.seconds); };
   if (options.md5) {
     receiver.begin = [&](const FrameHeader &header) { joiner.begin(header.freqHz, header.channels); };
     receiver.write = [&](const int16_t *samples, size_t frames) { joiner.write(samples, frames); };
@@ -38,12 +39,12 @@ int checkOne(Job &job, const CheckOptions &options) {
   const bool isGood = report.verdict() == Verdict::good && !(options.strict && report.warnings() > 0);
   const int status = isGood ? kGood : kDamaged;
   const std::string digest = options.md5 ? md5.hexDigest() : std::string();
-  if (options.json) {
-    Json json = report.json(job.input(), status);
+  if (job.wantsObject()) {
+    Json json = report.json(status);
     if (options.md5) json["md5"] = digest;
-    job.out(json.dump());
-    return status;
+    job.object(json);
   }
+  if (options.json) return status;
   const std::string name = job.input() == "-" ? "standard input" : displayName(job.input());
   std::string head = fmt::format("{}: {}", name, verdictName(report.verdict()));
   if (options.md5) head += ", md5 " + digest;
@@ -64,13 +65,12 @@ int runCheck(int argc, char **argv) {
                    "  qav check *.mp2                one line a file, and one for each thing found\n"
                    "  qav check --json --md5 *.mp2   the same as JSON, with the checksum of the decoded PCM");
   CheckOptions options;
-  line.addInputs(options);
+  line.addInputs(options, kMpegExtensions);
   line.app().add_flag("--md5", options.md5, "add the MD5 checksum of the decoded samples");
   line.app().add_flag("--strict", options.strict, "warnings count too");
   int status = kGood;
   if (!line.parse(argc, argv, status)) return status;
-  return runJobs(
-      options.inputs, options.jobs, [&](Job &job) { return checkOne(job, options); }, options.json);
+  return runJobs(options, [&](Job &job) { return checkOne(job, options); });
 }
 
 }  // namespace qav::tool

@@ -9,9 +9,14 @@
 #include <thread>
 
 #include "tools/failure.h"
+#include "tools/input_list.h"
 #include "tools/message.h"
 
 namespace qav::tool {
+
+const std::vector<std::string> kMpegExtensions{".mp1", ".mp2", ".mpa", ".m1a", ".m2a", ".mus"};
+const std::vector<std::string> kPcmExtensions{".wav",  ".wave", ".bwf",  ".rf64", ".w64", ".aif",
+                                              ".aiff", ".aifc", ".flac", ".caf",  ".au",  ".snd"};
 
 namespace {
 
@@ -71,15 +76,31 @@ CommandLine::CommandLine(const std::string &name, const std::string &summary, co
   app_.get_formatter()->column_width(34);
 }
 
-void CommandLine::addInputs(CommonOptions &options) {
+void CommandLine::addInputs(CommonOptions &options, std::vector<std::string> extensions) {
   common_ = &options;
-  app_.add_option("INPUT", options.inputs, "files; - is standard input")->required()->type_name("");
+  options.command = name_;
+  extensions_ = std::move(extensions);
+  app_.add_option("INPUT", options.inputs, "files; - is standard input")->type_name("");
+  app_.add_flag("--recursive", options.recursive, "take the files in folders, and in the folders in them");
+  app_.add_option("--files-from", options.filesFrom, "take the names in this file too, one on each line")
+      ->type_name("FILE|-");
+  app_.add_flag("--null", options.nullSeparated, "they end with NUL bytes, as find -print0 writes them");
   app_.add_option("-j,--jobs", options.jobs, "worker threads in all (default: one per core)")
       ->type_name("N")
       ->check(CLI::Range(1u, 4096u));
   app_.add_flag("-q,--quiet", options.quiet, "say nothing but what is wrong");
   app_.add_flag("-v,--verbose", options.verbose, "say more");
   app_.add_flag("--json", options.json, "results as one JSON object a file, on standard output");
+  app_.add_option("--report", options.report, "the same objects into a file, as each input is finished")
+      ->type_name("FILE");
+  app_.add_option("--resume", options.resume,
+                  "leave out what this report calls done and is unchanged; add the rest to it")
+      ->type_name("FILE");
+  app_.add_option_function<std::string>(
+          "--progress", [&options](const std::string &) { options.progressJson = true; },
+          "tell how far the work is as JSON, on standard error")
+      ->type_name("json")
+      ->check(CLI::IsMember({"json"}));
 }
 
 void CommandLine::addOutput(CommonOptions &options, const std::string &whatIsWritten) {
@@ -87,10 +108,18 @@ void CommandLine::addOutput(CommonOptions &options, const std::string &whatIsWri
   app_.add_flag("-f,--force", options.force, "overwrite existing files");
 }
 
+void CommandLine::listInputs() {
+  if (common_->inputs.empty() && common_->filesFrom.empty())
+    failUsage("no INPUT is given", fmt::format("see 'qav {} --help'", name_));
+  if (common_->nullSeparated && common_->filesFrom.empty()) failUsage("--null is about --files-from", "give both");
+  expandInputs(*common_, extensions_);
+}
+
 bool CommandLine::parse(int argc, char **argv, int &status) {
   status = kGood;
   try {
     app_.parse(reversedArguments(argc, argv));
+    if (common_) listInputs();
     if (common_ && common_->jobs == 0) common_->jobs = std::max(1u, std::thread::hardware_concurrency());
     if (common_ && std::count(common_->inputs.begin(), common_->inputs.end(), "") > 0)
       failUsage("an input has an empty name", "name a file, or - for standard input");

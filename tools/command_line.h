@@ -5,17 +5,9 @@
 #include <string>
 #include <vector>
 
-namespace qav::tool {
+#include "tools/common_options.h"
 
-struct CommonOptions {
-  std::vector<std::string> inputs;  // paths; "-" is standard input
-  std::string output;               // -o: file, directory or "-"; empty when not given
-  bool force = false;               // overwrite existing outputs
-  unsigned jobs = 0;                // worker threads in all
-  bool quiet = false;               // no progress, no notes; errors and damage are still reported
-  bool verbose = false;
-  bool json = false;
-};
+namespace qav::tool {
 
 // One subcommand. Its main gets the arguments from its own name on.
 struct Subcommand {
@@ -32,8 +24,9 @@ class CommandLine {
  public:
   CommandLine(const std::string &name, const std::string &summary, const std::string &examples);
 
-  // Add what every subcommand takes: the inputs, -j, -q, -v, --json; and -o and -f for those that write.
-  void addInputs(CommonOptions &options);
+  // Add what every subcommand takes: the inputs, -j, -q, -v, --json and so on; and -o and -f for those that write. Below
+  // folders, inputs are the files ending in one of `extensions`.
+  void addInputs(CommonOptions &options, std::vector<std::string> extensions);
   void addOutput(CommonOptions &options, const std::string &whatIsWritten);
 
   // For options of the subcommand's own.
@@ -43,10 +36,16 @@ class CommandLine {
   bool parse(int argc, char **argv, int &status);
 
  private:
+  void listInputs();
+
   std::string name_;
   CLI::App app_;
   CommonOptions *common_ = nullptr;
+  std::vector<std::string> extensions_;
 };
+
+// What streams and sound files are called.
+extern const std::vector<std::string> kMpegExtensions, kPcmExtensions;
 
 // "qav 9.0.3.3"
 std::string versionText();

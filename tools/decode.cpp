@@ -87,7 +87,8 @@ int decodeOne(Job &job, const DecodeOptions &options, const std::string &outputN
   StreamReport report;
   Output output(options, outputName, input.size(), job);
   decodeStream(input, report,
-               {.begin = [&](const FrameHeader &header) { output.begin(header); },
+               {.at = [&](const Place &place) { job.advance(input.fractionAt(place.offset), place.seconds); },
+                .begin = [&](const FrameHeader &header) { output.begin(header); },
                 .write = [&](const int16_t *samples, size_t frames) { output.write(samples, frames); },
                 .silence = [&](uint64_t frames) { output.silence(frames); },
                 .tell =
@@ -98,12 +99,13 @@ int decodeOne(Job &job, const DecodeOptions &options, const std::string &outputN
                     }});
   output.finish();
   const int status = report.verdict() == Verdict::good || options.lenient ? kGood : kDamaged;
-  if (options.json) {
-    Json json = report.json(job.input(), status);
+  if (job.wantsObject()) {
+    Json json = report.json(status);
     json["outputs"] = Json::array();
     for (const std::string &name : output.names()) json["outputs"].push_back(toUtf8(name));
-    job.out(json.dump());
-  } else if (options.verbose) {
+    job.object(json);
+  }
+  if (options.verbose && !options.json) {
     job.out(fmt::format("{}: {} frames, {}", displayName(job.input()), report.frames(), timeText(report.seconds())));
   }
   return status;
@@ -117,7 +119,7 @@ int runDecode(int argc, char **argv) {
                    "  qav decode *.mp2 -o wav/               writes wav/....wav\n"
                    "  qav decode - -o - --raw <in | player   from a pipe into a pipe, bare samples");
   DecodeOptions options;
-  line.addInputs(options);
+  line.addInputs(options, kMpegExtensions);
   line.addOutput(options, "the output; default: beside the input");
   line.app().add_flag("--raw", options.raw, "bare 16-bit little-endian samples instead of WAV");
   std::string gaps = "silence";
@@ -130,16 +132,14 @@ int runDecode(int argc, char **argv) {
   int status = kGood;
   if (!line.parse(argc, argv, status)) return status;
   options.skipGaps = gaps == "skip";
-  const std::vector<std::string> outputs = planOutputs(options.inputs, options.output, options.raw ? ".s16" : ".wav");
+  const std::vector<std::string> outputs = planOutputs(options, options.raw ? ".s16" : ".wav");
   const bool toStandardOutput = outputs[0] == "-";
   if (toStandardOutput && options.json)
     failUsage("--json and the samples would both go to standard output", "use -o FILE");
   if (toStandardOutput && options.split)
     failUsage("--split cannot write several files to standard output", "use -o DIR");
   if (toStandardOutput && isatty(STDOUT_FILENO)) failUsage("samples are not written to a terminal", "use -o FILE");
-  return runJobs(
-      options.inputs, options.jobs, [&](Job &job) { return decodeOne(job, options, outputs[job.index()]); },
-      options.json);
+  return runJobs(options, [&](Job &job) { return decodeOne(job, options, outputs[job.index()]); });
 }
 
 }  // namespace qav::tool

@@ -21,8 +21,6 @@ namespace qav::tool {
 
 namespace {
 
-using Json = nlohmann::ordered_json;
-
 struct EncodeOptions : PcmOptions {
   StreamRequest stream;
   bool verify = false;
@@ -46,6 +44,7 @@ Encoded encodeStream(PcmInput &input, const StreamFormat &format, const StreamRe
     if (!ended) {
       const size_t n = input.read(samples.data(), QAV_SAMPLES_PER_FRAME);
       result.samples += n;
+      input.advance();
       ended = n < QAV_SAMPLES_PER_FRAME;
       std::fill(samples.begin() + static_cast<std::ptrdiff_t>(n * format.channels), samples.end(), int16_t{0});
     } else {
@@ -102,11 +101,10 @@ int encodeOne(Job &job, const EncodeOptions &options, const std::string &outputN
   if (options.verify) verifier.emplace(format);
   const Encoded result = encodeStream(input, format, options.stream, out, verifier ? &*verifier : nullptr);
   out.commit();
-  const int status = input.finish(job);
+  const int status = input.finish();
 
-  if (options.json) {
+  if (job.wantsObject()) {
     Json json;
-    json["file"] = toUtf8(job.input());
     json["status"] = status;
     json["output"] = toUtf8(outputName);
     input.describe(json);
@@ -119,15 +117,15 @@ int encodeOne(Job &job, const EncodeOptions &options, const std::string &outputN
                       {"bytes", result.bytes},
                       {"sampleFrames", result.samples}};
     if (verifier) json["verify"] = verifyJson(*verifier, format.channels);
-    job.out(json.dump());
-    return status;
+    job.object(json);
   }
+  if (options.json) return status;
   // Samples or a stream on standard output keep the words away from it.
   const auto say = [&](const std::string &line) {
     if (outputName == "-")
       job.complain({{}, line, {}});
     else
-      job.out(displayName(job.input()) + ": " + line);
+      job.out((job.input() == "-" ? "standard input" : displayName(job.input())) + ": " + line);
   };
   if (options.stream.kbps > 0 && options.stream.kbps < 128 && format.channels == 2 && !options.quiet)
     job.complain({{}, fmt::format("{} kbit/s is for both channels together", format.kbps), {}});
@@ -174,7 +172,7 @@ int runEncode(int argc, char **argv) {
                    "  qav encode concert.wav -b 256              writes concert.mp2\n"
                    "  qav encode *.flac -o mp2/ --for dvb        writes mp2/....mp2");
   EncodeOptions options;
-  line.addInputs(options);
+  line.addInputs(options, kPcmExtensions);
   line.addOutput(options, "the output; default: beside the input");
   addStreamOptions(line, options.stream);
   addPcmOptions(line, options);
@@ -183,11 +181,11 @@ int runEncode(int argc, char **argv) {
   if (!line.parse(argc, argv, status)) return status;
   checkRequest(options.stream);
   checkPcmOptions(options);
-  const std::vector<std::string> outputs = planOutputs(options.inputs, options.output, ".mp2");
+  const std::vector<std::string> outputs = planOutputs(options, ".mp2");
   if (outputs[0] == "-" && options.json)
     failUsage("--json and the stream would both go to standard output", "use -o FILE");
   if (outputs[0] == "-" && isatty(STDOUT_FILENO)) failUsage("a stream is not written to a terminal", "use -o FILE");
-  return runJobs(options.inputs, options.jobs, [&](Job &job) { return encodeOne(job, options, outputs[job.index()]); });
+  return runJobs(options, [&](Job &job) { return encodeOne(job, options, outputs[job.index()]); });
 }
 
 }  // namespace qav::tool

@@ -62,16 +62,16 @@ int infoOne(Job &job, const CommonOptions &options) {
   for (;;) {
     const Event &event = input.next();
     const auto finding = report.observe(event);
+    if (const auto *frame = std::get_if<FrameEvent>(&event))
+      job.advance(input.fractionAt(frame->place.offset), frame->place.seconds);
     if (finding && options.verbose)
       job.complain({placeText(finding->place.frame, finding->place.offset, finding->place.seconds),
                     describeFinding(*finding), ""});
     if (std::holds_alternative<EndEvent>(event)) break;
   }
   const int status = report.verdict() == Verdict::good ? kGood : kDamaged;
-  if (options.json)
-    job.out(report.json(job.input(), status).dump());
-  else
-    job.out(describe(job.input() == "-" ? "standard input" : job.input(), report));
+  if (job.wantsObject()) job.object(report.json(status));
+  if (!options.json) job.out(describe(job.input() == "-" ? "standard input" : job.input(), report));
   return status;
 }
 
@@ -82,11 +82,10 @@ int runInfo(int argc, char **argv) {
                    "  qav info concert.mp2          format, bitrate, duration, check words, tags\n"
                    "  qav info --json *.mp2         the same as JSON, one line a file");
   CommonOptions options;
-  line.addInputs(options);
+  line.addInputs(options, kMpegExtensions);
   int status = kGood;
   if (!line.parse(argc, argv, status)) return status;
-  return runJobs(
-      options.inputs, options.jobs, [&](Job &job) { return infoOne(job, options); }, options.json);
+  return runJobs(options, [&](Job &job) { return infoOne(job, options); });
 }
 
 }  // namespace qav::tool

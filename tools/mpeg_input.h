@@ -16,6 +16,11 @@ class MpegInput {
   // The length of the input in bytes where it is known.
   std::optional<uint64_t> size() const { return source_.size(); }
 
+  // How much of the input lies before a byte of it, 0 .. 1; 0 where its length is not known.
+  double fractionAt(uint64_t offset) const {
+    return size().value_or(0) > 0 ? static_cast<double>(offset) / static_cast<double>(*size()) : 0.0;
+  }
+
   // As StreamWalker::next(). Throws Failure when the input turns out to be something else: another kind of WAV file, Layer
   // III, free format, or nothing that decodes up to the end.
   const Event &next();

@@ -45,6 +45,11 @@ bool isSharedDevice(const std::string &path) {
   return path != "-" && stat(path.c_str(), &status) == 0 && S_ISCHR(status.st_mode);
 }
 
+void makeFolder(const std::string &path) {
+  if (mkdir(path.c_str(), 0777) != 0 && errno != EEXIST)
+    throw Failure(kUnusable, {displayName(path), "cannot be created: " + errorText(errno), "create it first"});
+}
+
 }  // namespace
 
 std::string extensionOf(const std::string &path) {
@@ -57,13 +62,13 @@ std::string withExtension(const std::string &path, const std::string &extension)
   return path.substr(0, path.size() - extensionOf(path).size()) + extension;
 }
 
-std::vector<std::string> planOutputs(const std::vector<std::string> &inputs, const std::string &output,
-                                     const std::string &extension) {
-  const bool several = inputs.size() > 1;
+std::vector<std::string> planOutputs(const CommonOptions &options, const std::string &extension) {
+  const std::vector<std::string> &inputs = options.inputs;
+  const std::string &output = options.output;
+  const bool several = inputs.size() > 1 || options.recursive || !options.filesFrom.empty();
   std::string folder;
   if (!output.empty() && output != "-" && (isDirectory(output) || output.back() == '/' || several)) {
-    if (several && !isSharedDevice(output) && mkdir(output.c_str(), 0777) != 0 && errno != EEXIST)
-      throw Failure(kUnusable, {displayName(output), "cannot be created: " + errorText(errno), "create it first"});
+    if (several && !isSharedDevice(output)) makeFolder(output);
     if (several && !isDirectory(output) && !isSharedDevice(output))
       failUsage("several inputs cannot go to the one file " + displayName(output), "name a directory with -o");
     if (isDirectory(output) || output.back() == '/') folder = output.back() == '/' ? output : output + "/";
@@ -79,14 +84,17 @@ std::vector<std::string> planOutputs(const std::vector<std::string> &inputs, con
 
   std::vector<std::string> outputs;
   std::map<std::string, std::string> takenBy;
-  for (const std::string &input : inputs) {
+  for (size_t i = 0; i < inputs.size(); ++i) {
+    const std::string &input = inputs[i];
     std::string path;
-    if (!folder.empty())
-      path = folder + (input == "-" ? "stdin" + extension : withExtension(lastName(input), extension));
-    else if (!output.empty())
-      path = output;
-    else
-      path = input == "-" ? "-" : withExtension(input, extension);
+    if (!folder.empty()) {
+      const std::string &place = options.places[i];
+      for (size_t slash = place.find('/'); slash != place.npos; slash = place.find('/', slash + 1))
+        makeFolder(folder + place.substr(0, slash));
+      path = folder + (input == "-" ? "stdin" + extension : withExtension(place, extension));
+    }
+    if (folder.empty() && !output.empty()) path = output;
+    if (output.empty()) path = input == "-" ? "-" : withExtension(input, extension);
 
     FileIdentity id;
     if (path != "-" && isRegularFile(path, &id) && inputFiles.count(id) != 0)

@@ -11,8 +11,6 @@ namespace qav::tool {
 
 namespace {
 
-using Json = nlohmann::ordered_json;
-
 // To a tenth, which is what the measurement gives; null for what has no level.
 Json decibelsJson(double value) { return std::isfinite(value) ? Json(std::round(value * 10.0) / 10.0) : Json(); }
 
@@ -70,8 +68,8 @@ void checkPcmOptions(const PcmOptions &options) {
       failUsage("--normalize reads its input twice, standard input can be read once", "save it to a file first");
 }
 
-PcmInput::PcmInput(const Job &job, const PcmOptions &options)
-    : name_(job.input()), options_(options), reader_(openPcm(job.input(), options.raw)) {
+PcmInput::PcmInput(Job &job, const PcmOptions &options)
+    : job_(job), options_(options), reader_(openPcm(job.input(), options.raw)) {
   if (options.lowpass > 0 && format().bits != 8)
     fail(fmt::format("has samples of {} bits, --lowpass is for 8-bit input", format().bits), "leave --lowpass out");
 }
@@ -93,19 +91,25 @@ void PcmInput::measure(std::optional<uint64_t> frames) {
   }
   const double lufs = meter.integratedLufs();
   if (std::isfinite(lufs)) settings_.gainDb = options_.normalizeLufs - lufs;
-  reader_ = openPcm(name_, options_.raw);
+  reader_ = openPcm(job_.input(), options_.raw);
 }
 
-int PcmInput::finish(Job &job) const {
+void PcmInput::advance() const {
+  const double done = static_cast<double>(pipeline_->inputFrames());
+  const std::optional<uint64_t> all = format().frames;
+  job_.advance(all && *all > 0 ? done / static_cast<double>(*all) : 0.0, done / format().freqHz);
+}
+
+int PcmInput::finish() const {
   int status = kGood;
   for (const Remark &remark : reader_->remarks()) {
     if (remark.damage) status = kDamaged;
-    if (remark.damage || !options_.quiet) job.complain(remark.complaint);
+    if (remark.damage || !options_.quiet) job_.complain(remark.complaint);
   }
   if (const uint64_t clipped = pipeline_->clippedSamples(); clipped > 0)
-    job.complain({{},
-                  counted(clipped, "sample") + (clipped == 1 ? " was clipped" : " were clipped"),
-                  "lower the level with --gain"});
+    job_.complain({{},
+                   counted(clipped, "sample") + (clipped == 1 ? " was clipped" : " were clipped"),
+                   "lower the level with --gain"});
   return status;
 }
 

@@ -1,7 +1,6 @@
 // The options that the subcommands reading PCM share.
 #pragma once
 
-#include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
 
@@ -32,7 +31,7 @@ void checkPcmOptions(const PcmOptions &options);
 // One input on its way to 16-bit samples, and what is said about it.
 class PcmInput {
  public:
-  PcmInput(const Job &job, const PcmOptions &options);
+  PcmInput(Job &job, const PcmOptions &options);
 
   const PcmFormat &format() const { return reader_->format(); }
 
@@ -41,8 +40,11 @@ class PcmInput {
 
   size_t read(int16_t *to, size_t frames) { return pipeline_->read(to, frames); }
 
+  // Tell how much of the input has been read.
+  void advance() const;
+
   // To be called at the end of the input: says what was found. Returns the exit status.
-  int finish(Job &job) const;
+  int finish() const;
 
   const PcmPipeline &pipeline() const { return *pipeline_; }
 
@@ -50,12 +52,12 @@ class PcmInput {
   std::string describe() const;
 
   // Fields of the JSON object.
-  void describe(nlohmann::ordered_json &json) const;
+  void describe(Json &json) const;
 
  private:
   void measure(std::optional<uint64_t> frames);
 
-  const std::string &name_;
+  Job &job_;
   const PcmOptions &options_;
   std::unique_ptr<PcmReader> reader_;
   std::optional<LoudnessMeter> meter_;

@@ -81,9 +81,13 @@ Progress::Progress(Style style, const std::vector<uint64_t> &inputBytes)
   }
 }
 
-Progress::~Progress() {
+Progress::~Progress() { close(); }
+
+void Progress::close() {
+  const std::lock_guard lock(mutex_);
   if (style_ == Style::json) show(true);
   hide();
+  style_ = Style::none;
 }
 
 void Progress::update(size_t input, double fraction, double audioSeconds) {

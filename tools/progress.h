@@ -40,6 +40,9 @@ class Progress {
   void update(size_t input, double fraction, double audioSeconds);
   void finish(size_t input);
 
+  // Take the bar away for good.
+  void close();
+
   // Write a line to a standard stream so that the bar does not get into its way.
   void print(std::FILE *stream, std::string_view line);
 

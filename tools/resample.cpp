@@ -15,8 +15,6 @@ namespace qav::tool {
 
 namespace {
 
-using Json = nlohmann::ordered_json;
-
 struct ResampleOptions : PcmOptions {
   uint32_t freqHz = 0;
   unsigned channels = 0;
@@ -39,25 +37,26 @@ int resampleOne(Job &job, const ResampleOptions &options, const std::string &out
   while (const size_t n = input.read(block.data(), 4096)) {
     wav.write(block.data(), n * channels);
     frames += n;
+    input.advance();
   }
   const bool told = wav.finish();
   out.commit();
-  const int status = input.finish(job);
+  const int status = input.finish();
   if (!told)
     job.complainAbout(outputName, {{}, "is longer than its WAV header can say", "readers must go by the file's end"});
-  if (options.json) {
+  if (job.wantsObject()) {
     Json json;
-    json["file"] = toUtf8(job.input());
     json["status"] = status;
     json["output"] = toUtf8(outputName);
     input.describe(json);
     json["result"] = {{"freqHz", options.freqHz}, {"channels", channels}, {"bits", 16}, {"sampleFrames", frames}};
-    job.out(json.dump());
-  } else if (options.verbose || options.loudness) {
+    job.object(json);
+  }
+  if (!options.json && (options.verbose || options.loudness)) {
     if (outputName == "-")
       job.complain({{}, input.describe(), {}});
     else
-      job.out(displayName(job.input()) + ": " + input.describe());
+      job.out((job.input() == "-" ? "standard input" : displayName(job.input())) + ": " + input.describe());
   }
   return status;
 }
@@ -69,7 +68,7 @@ int runResample(int argc, char **argv) {
                    "  qav resample talk.flac -r 48000            writes talk.48000.wav\n"
                    "  qav resample *.wav -r 32000 -o radio/      writes radio/....32000.wav");
   ResampleOptions options;
-  line.addInputs(options);
+  line.addInputs(options, kPcmExtensions);
   line.addOutput(options, "the output; default: beside the input");
   line.app()
       .add_option("-r,--rate", options.freqHz, fmt::format("{} to {}", kLowestFreqHz, kHighestFreqHz))
@@ -84,13 +83,11 @@ int runResample(int argc, char **argv) {
   int status = kGood;
   if (!line.parse(argc, argv, status)) return status;
   checkPcmOptions(options);
-  const std::vector<std::string> outputs =
-      planOutputs(options.inputs, options.output, fmt::format(".{}.wav", options.freqHz));
+  const std::vector<std::string> outputs = planOutputs(options, fmt::format(".{}.wav", options.freqHz));
   if (outputs[0] == "-" && options.json)
     failUsage("--json and the samples would both go to standard output", "use -o FILE");
   if (outputs[0] == "-" && isatty(STDOUT_FILENO)) failUsage("samples are not written to a terminal", "use -o FILE");
-  return runJobs(options.inputs, options.jobs,
-                 [&](Job &job) { return resampleOne(job, options, outputs[job.index()]); });
+  return runJobs(options, [&](Job &job) { return resampleOne(job, options, outputs[job.index()]); });
 }
 
 }  // namespace qav::tool

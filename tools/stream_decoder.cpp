@@ -32,6 +32,7 @@ void decodeStream(MpegInput &input, StreamReport &report, const PcmReceiver &rec
     const Event &event = input.next();
     std::optional<Finding> finding = report.observe(event);
     if (const auto *frame = std::get_if<FrameEvent>(&event)) {
+      if (receiver.at) receiver.at(frame->place);
       if (!hasBegun && receiver.begin) receiver.begin(frame->header);
       hasBegun = true;
       if (receiver.tell) std::for_each(held.begin(), held.end(), receiver.tell);

@@ -13,6 +13,7 @@ namespace qav::tool {
 
 // What happens to decoded PCM; each function may be left out.
 struct PcmReceiver {
+  std::function<void(const Place &)> at;           // of each frame, before what follows of it
   std::function<void(const FrameHeader &)> begin;  // a stretch of one format begins
   std::function<void(const int16_t *samples, size_t frames)> write;
   std::function<void(uint64_t frames)> silence;  // in place of lost frames

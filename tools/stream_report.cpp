@@ -126,9 +126,8 @@ std::string StreamReport::modesText() const {
   return text;
 }
 
-Json StreamReport::json(const std::string &file, int status) const {
+Json StreamReport::json(int status) const {
   Json j;
-  j["file"] = toUtf8(file);
   j["status"] = status;
   j["verdict"] = verdictName(verdict());
   j["container"] = container_ ? Json("wav") : Json();

@@ -66,8 +66,8 @@ class StreamReport {
   const std::vector<TagEvent> &tags() const { return tags_; }
   const std::optional<RiffContainer> &container() const { return container_; }
 
-  // The fields that all subcommands' JSON has in common; the file's name first.
-  Json json(const std::string &file, int status) const;
+  // The fields that all subcommands' JSON has in common.
+  Json json(int status) const;
 
  private:
   Finding note(Finding finding);

@@ -8,6 +8,13 @@
 namespace qav::tool {
 namespace {
 
+int run(const std::vector<std::string> &inputs, unsigned jobs, const std::function<int(Job &)> &work) {
+  CommonOptions options;
+  options.inputs = inputs;
+  options.jobs = jobs;
+  return runJobs(options, work);
+}
+
 TEST(Batch, LinesComeInTheOrderOfTheInputsWhateverTheWorkersDo) {
   std::vector<std::string> inputs;
   std::string expected;
@@ -16,7 +23,7 @@ TEST(Batch, LinesComeInTheOrderOfTheInputsWhateverTheWorkersDo) {
     for (int line = 0; line < 50; ++line) expected += inputs.back() + " line " + std::to_string(line) + "\n";
   }
   testing::internal::CaptureStdout();
-  const int status = runJobs(inputs, 8, [](Job &job) {
+  const int status = run(inputs, 8, [](Job &job) {
     for (int line = 0; line < 50; ++line) {
       if (line % 10 == 0) std::this_thread::sleep_for(std::chrono::microseconds((job.index() * 7919) % 300));
       job.out(job.input() + " line " + std::to_string(line));
@@ -31,7 +38,7 @@ TEST(Batch, AJobThatSaysTooMuchWaitsForItsTurn) {
   const std::string line(1000, 'x');
   const std::vector<std::string> inputs(4, "input");
   testing::internal::CaptureStdout();
-  runJobs(inputs, 4, [&](Job &job) {
+  run(inputs, 4, [&](Job &job) {
     for (int i = 0; i < 1000; ++i) job.out(line);
     return kGood;
   });
@@ -41,7 +48,7 @@ TEST(Batch, AJobThatSaysTooMuchWaitsForItsTurn) {
 TEST(Batch, TheWorstStatusCountsAndTheOthersAreStillDone) {
   const auto statusOf = [](std::vector<int> statuses) {
     const std::vector<std::string> inputs(statuses.size(), "input");
-    return runJobs(inputs, 2, [&](Job &job) { return statuses[job.index()]; });
+    return run(inputs, 2, [&](Job &job) { return statuses[job.index()]; });
   };
   EXPECT_EQ(statusOf({0, 0, 0}), 0);
   EXPECT_EQ(statusOf({0, 3, 0}), 3);
@@ -52,7 +59,7 @@ TEST(Batch, TheWorstStatusCountsAndTheOthersAreStillDone) {
 TEST(Batch, AFailureIsReportedAgainstItsInput) {
   testing::internal::CaptureStderr();
   testing::internal::CaptureStdout();
-  const int status = runJobs({"a", "-", "c"}, 1, [](Job &job) {
+  const int status = run({"a", "-", "c"}, 1, [](Job &job) {
     if (job.index() < 2) fail("is bad", "replace it");
     job.out("done");
     return kGood;

@@ -12,9 +12,17 @@ namespace {
 
 using Names = std::vector<std::string>;
 
+CommonOptions optionsFor(const Names &inputs, const std::string &output) {
+  CommonOptions options;
+  options.inputs = inputs;
+  options.output = output;
+  for (const std::string &input : inputs) options.places.push_back(input.substr(input.rfind('/') + 1));
+  return options;
+}
+
 int statusOf(const Names &inputs, const std::string &output) {
   try {
-    planOutputs(inputs, output, ".wav");
+    planOutputs(optionsFor(inputs, output), ".wav");
   } catch (const Failure &failure) {
     EXPECT_FALSE(failure.complaint.remedy.empty());
     return failure.status;
@@ -34,23 +42,35 @@ TEST(OutputNames, TheExtensionIsReplaced) {
 
 TEST(OutputNames, BesideTheInputOrAsNamed) {
   const ScratchFolder folder;
-  EXPECT_EQ(planOutputs({folder / "a.mp2"}, "", ".wav"), Names{folder / "a.wav"});
-  EXPECT_EQ(planOutputs({folder / "a.mp2"}, folder / "b", ".wav"), Names{folder / "b"});
-  EXPECT_EQ(planOutputs({folder / "x/a.mp2"}, folder / "", ".wav"), Names{folder / "a.wav"});
-  EXPECT_EQ(planOutputs({"-"}, "", ".wav"), Names{"-"});
-  EXPECT_EQ(planOutputs({"-"}, folder / "", ".wav"), Names{folder / "stdin.wav"});
-  EXPECT_EQ(planOutputs({folder / "a.mp2"}, "-", ".wav"), Names{"-"});
+  EXPECT_EQ(planOutputs(optionsFor({folder / "a.mp2"}, ""), ".wav"), Names{folder / "a.wav"});
+  EXPECT_EQ(planOutputs(optionsFor({folder / "a.mp2"}, folder / "b"), ".wav"), Names{folder / "b"});
+  EXPECT_EQ(planOutputs(optionsFor({folder / "x/a.mp2"}, folder / ""), ".wav"), Names{folder / "a.wav"});
+  EXPECT_EQ(planOutputs(optionsFor({"-"}, ""), ".wav"), Names{"-"});
+  EXPECT_EQ(planOutputs(optionsFor({"-"}, folder / ""), ".wav"), Names{folder / "stdin.wav"});
+  EXPECT_EQ(planOutputs(optionsFor({folder / "a.mp2"}, "-"), ".wav"), Names{"-"});
 }
 
 TEST(OutputNames, SeveralInputsGoToADirectoryThatIsMadeForThem) {
   const ScratchFolder folder;
-  EXPECT_EQ(planOutputs({"x/a.mp2", "b.mp2"}, folder / "new", ".wav"),
+  EXPECT_EQ(planOutputs(optionsFor({"x/a.mp2", "b.mp2"}, folder / "new"), ".wav"),
             (Names{folder / "new/a.wav", folder / "new/b.wav"}));
   EXPECT_TRUE(std::filesystem::is_directory(folder / "new"));
   EXPECT_EQ(statusOf({"a.mp2", "b.mp2"}, folder.put("file", "x")), kUsage);
   EXPECT_EQ(statusOf({"a.mp2", "b.mp2"}, "-"), kUsage);
   EXPECT_EQ(statusOf({"a.mp2", "b.mp2"}, folder / "no/such"), kUnusable);
   EXPECT_EQ(statusOf({"a.mp2", "b.mp2"}, "/dev/null"), kGood);
+}
+
+TEST(OutputNames, FoldersAreMadeAgain) {
+  const ScratchFolder folder;
+  CommonOptions options = optionsFor({"in/x/y/a.mp2", "in/b.mp2"}, folder / "out");
+  options.places = {"x/y/a.mp2", "b.mp2"};
+  options.recursive = true;
+  EXPECT_EQ(planOutputs(options, ".wav"), (Names{folder / "out/x/y/a.wav", folder / "out/b.wav"}));
+  EXPECT_TRUE(std::filesystem::is_directory(folder / "out/x/y"));
+  CommonOptions one = optionsFor({"in/a.mp2"}, folder / "new");
+  one.filesFrom = "list";
+  EXPECT_EQ(planOutputs(one, ".wav"), Names{folder / "new/a.wav"});
 }
 
 TEST(OutputNames, TwoInputsNeverEndInOneOutput) {
