@@ -5,7 +5,7 @@ include(CMakePackageConfigHelpers)
 install(TARGETS qav EXPORT qavTargets
         LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
         ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
-install(FILES include/qav.h include/qav.hpp DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+install(FILES include/qav.h include/qav.hpp include/qav_inspect.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 
 # Both packages find the tree they stand in, wherever it was moved to.
 set(QAV_PACKAGE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/qav)

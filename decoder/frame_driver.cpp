@@ -11,23 +11,6 @@
 namespace qav {
 namespace {
 
-// The side information and the check over it. Only a frame whose side information is whole and fits its check word is
-// worth decoding.
-bool readSideInfo(const BitReader &bits, BitReader::Place &place, const FrameParams &frame, SideInfo &side) {
-  const uint32_t checkWord = frame.protection != 0 ? bits.getbits(place, 16) : 0;
-  uint32_t computed = checkWord;
-  if (frame.layer == 1) {
-    I_decode_bitalloc(bits, place, frame, side);
-    I_decode_scale(bits, place, frame, side);
-    if (frame.protection != 0) neb_I_CRC_calc(&frame, side.allocation, &computed);
-  } else {
-    II_decode_bitalloc(bits, place, frame, side);
-    II_decode_scale(bits, place, frame, side);
-    if (frame.protection != 0) neb_II_CRC_calc(&frame, side.allocation, side.scfsi, &computed);
-  }
-  return bits.hasByteAt(place.lastRead) && computed == checkWord;
-}
-
 // Decodes the frame whose header is in the session. A frame that runs out among its samples gives those of its complete
 // granules, and is refused all the same. `samples` receives the number of samples written, all channels together.
 uint32_t decFrame(DecoderSession &s, BitReader &bits, int16_t *out, uint32_t &samples) {
@@ -38,9 +21,11 @@ uint32_t decFrame(DecoderSession &s, BitReader &bits, int16_t *out, uint32_t &sa
   // A refused header may have named a layer while nothing of the rest is known.
   if (frame.channels == 0 || (!layer1 && frame.allocTable == nullptr)) return QAV_DECODE_REFUSED;
 
+  // Only a frame whose side information is whole and fits its check word is worth decoding.
   SideInfo side;
   BitReader::Place place;
-  if (!readSideInfo(bits, place, frame, side)) return QAV_DECODE_REFUSED;
+  const CheckWords check = readSideInfo(bits, place, frame, side);
+  if (!bits.hasByteAt(place.lastRead) || check.given != check.computed) return QAV_DECODE_REFUSED;
 
   FrameCodes codes;
   SubbandSamples subbands;

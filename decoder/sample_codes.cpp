@@ -23,10 +23,13 @@ class GranuleLayout {
   // the frame.
   void read(BitReader &bits, uint32_t start, FrameCodes &codes) const {
     bits.announce(start + kGranules * granuleBits);
-    for (int32_t i = 0; i < wordCount; ++i)
+    for (int32_t i = 0; i < wordCount; ++i) {
       for (int32_t g = 0; g < kGranules; ++g)
         codes.words[i][g] = bits.wordAt(start + uint32_t(g) * granuleBits + wordStart[i]);
+      codes.wordBit[i] = uint16_t(wordStart[i]);
+    }
 
+    codes.granuleBits = granuleBits;
     codes.granules = kGranules;
     if (wordCount == 0) return;
     while (codes.granules > 0 && !bits.hasByteAt(start + uint32_t(codes.granules - 1) * granuleBits + lastRead))

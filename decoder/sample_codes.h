@@ -35,6 +35,8 @@ struct FieldList {
 struct FrameCodes {
   // [.][g] holds some fields of granule g, first bit on top. The places beyond twelve are of no meaning.
   alignas(64) uint64_t words[2 * 32][16];
+  uint16_t wordBit[2 * 32];  // where in its granule a word begins
+  uint32_t granuleBits;
 
   // By what is to be done with them: one codeword for the three samples of a granule (Layer II); one code (Layer I);
   // three codes, in 32 bits together or in more (Layer II).

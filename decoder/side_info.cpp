@@ -54,6 +54,8 @@ constexpr Selection selections[4] = {{3, {12, 6, 0}}, {2, {12, 12, 6}}, {1, {12,
 
 }  // namespace
 
+uint32_t scaleFactorsSent(uint32_t scfsi) { return selections[scfsi].sent; }
+
 void II_decode_scale(const BitReader &bits, Place &place, const FrameParams &frame, SideInfo &side) {
   Place at = place;
   for (int32_t sb = 0; sb < frame.sblimit; ++sb)
@@ -76,6 +78,21 @@ void II_decode_scale(const BitReader &bits, Place &place, const FrameParams &fra
       at.lastRead = at.bit - 6;
     }
   place = at;
+}
+
+CheckWords readSideInfo(const BitReader &bits, Place &place, const FrameParams &frame, SideInfo &side) {
+  CheckWords check;
+  check.given = check.computed = frame.protection != 0 ? bits.getbits(place, 16) : 0;
+  if (frame.layer == 1) {
+    I_decode_bitalloc(bits, place, frame, side);
+    I_decode_scale(bits, place, frame, side);
+    if (frame.protection != 0) neb_I_CRC_calc(&frame, side.allocation, &check.computed);
+  } else {
+    II_decode_bitalloc(bits, place, frame, side);
+    II_decode_scale(bits, place, frame, side);
+    if (frame.protection != 0) neb_II_CRC_calc(&frame, side.allocation, side.scfsi, &check.computed);
+  }
+  return check;
 }
 
 }  // namespace qav

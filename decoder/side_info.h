@@ -15,7 +15,17 @@ struct SideInfo {
                                    // samples
 };
 
-// Each reads on from `place` and leaves there where it ended.
+// How many scale factors this selection information sends for a subband of Layer II.
+uint32_t scaleFactorsSent(uint32_t scfsi);
+
+struct CheckWords {
+  uint32_t given, computed;  // the same without protection
+};
+
+// All of it: from the check word to the scale factors.
+CheckWords readSideInfo(const BitReader &bits, BitReader::Place &place, const FrameParams &frame, SideInfo &side);
+
+// Its parts. Each reads on from `place` and leaves there where it ended.
 
 // Layer I (ISO/IEC 11172-3 clause 2.4.1.5).
 void I_decode_bitalloc(const BitReader &bits, BitReader::Place &place, const FrameParams &frame, SideInfo &side);

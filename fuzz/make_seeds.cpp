@@ -163,6 +163,7 @@ void streamSeeds(const fs::path &data) {
     seed("decoder", name, Bytes{1} + stream);
     seed("stream_walker", name, Bytes{3, 1, 90, 7} + stream);
     seed("cuts", name, Bytes{0, 3, 1, 90, 7} + stream);
+    seed("inspect", name, stream);
     seed("converter", name, setItem(5, 1) + kDetect + kConvert2048 + stream);
     seed("reconstruction", name, Bytes{0, 0x3A} + Bytes(stream.begin() + 2, stream.end()));
   };
@@ -175,6 +176,7 @@ void streamSeeds(const fs::path &data) {
   add("damaged", encoded(44100, 128, 2, 2) + noise(3, 100) + encoded(44100, 128, 2, 2));
   for (uint32_t i = 0; i < 12; ++i) {
     const Bytes body = headerOf(i & 1, 1 + i / 6, 1 + i, i % 3, i % 4) + noise(i, 900);
+    seed("inspect", "header" + std::to_string(i), body);
     seed("decoder", "header" + std::to_string(i), Bytes{0, 0} + body);
     seed("decoder", "body" + std::to_string(i), Bytes{0, 3} + body);
     seed("cuts", "encode" + std::to_string(i), Bytes{uint8_t(2 | i << 2), 4, 9, 200, 3, 1} + noise(i, 20));

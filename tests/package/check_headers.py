@@ -8,6 +8,7 @@ import subprocess
 import sys
 
 PUBLIC = {"qav.h": (("c", "c99"), ("c", "c11"), ("c++", "c++11"), ("c++", "c++20")),
+          "qav_inspect.h": (("c", "c99"), ("c", "c11"), ("c++", "c++11"), ("c++", "c++20")),
           "qav.hpp": (("c++", "c++11"), ("c++", "c++20"))}
 
 

@@ -34,8 +34,8 @@ def listed(map_file):
     return set(re.findall(r"^\s+(\w+);$", map_file.read_text(), re.M))
 
 
-def declared(header):
-    return set(re.findall(r"^QAV_API [^;(]*?(\w+)\(", header.read_text(), re.M))
+def declared(headers):
+    return {name for header in headers for name in re.findall(r"^QAV_API [^;(]*?(\w+)\(", header.read_text(), re.M)}
 
 
 def sections(binary):
@@ -46,10 +46,10 @@ def sections(binary):
     return [(match[1], int(match[2], 16), match[3]) for match in found]
 
 
-def check_exports(library, map_file, header):
-    """The header, the linker's map and the library name the same functions."""
-    yield from (f"{name} is declared but not in the map" for name in declared(header) - listed(map_file))
-    yield from (f"{name} is in the map but not declared" for name in listed(map_file) - declared(header))
+def check_exports(library, map_file, headers):
+    """The headers, the linker's map and the library name the same functions."""
+    yield from (f"{name} is declared but not in the map" for name in declared(headers) - listed(map_file))
+    yield from (f"{name} is in the map but not declared" for name in listed(map_file) - declared(headers))
     exported = dynamic_names(library, "--defined-only")
     yield from (f"{name} is exported but not in the map" for name in exported - listed(map_file))
     yield from (f"{name} is in the map but not exported" for name in listed(map_file) - exported)
@@ -87,10 +87,10 @@ def main():
     parser.add_argument("check", choices=("exports", "imports", "constant", "fused"))
     parser.add_argument("--library", type=pathlib.Path, required=True)
     parser.add_argument("--map", type=pathlib.Path, required=True)
-    parser.add_argument("--header", type=pathlib.Path, required=True)
+    parser.add_argument("--headers", type=pathlib.Path, nargs="+", required=True)
     parser.add_argument("--objects", nargs="+", required=True)
     args = parser.parse_args()
-    faults = sorted({"exports": lambda: check_exports(args.library, args.map, args.header),
+    faults = sorted({"exports": lambda: check_exports(args.library, args.map, args.headers),
                      "imports": lambda: check_imports(args.library),
                      "constant": lambda: check_constant(args.library, args.objects),
                      "fused": lambda: check_fused(args.objects)}[args.check]())

@@ -8,7 +8,7 @@ import tempfile
 
 HERE = pathlib.Path(__file__).resolve().parent
 FILES = {
-    "include": {"qav.h", "qav.hpp"},
+    "include": {"qav.h", "qav.hpp", "qav_inspect.h"},
     "lib": {"pkgconfig/qav.pc", "cmake/qav/qavConfig.cmake", "cmake/qav/qavConfigVersion.cmake",
             "cmake/qav/qavTargets.cmake", "cmake/qav/qavTargets-release.cmake"},
 }
