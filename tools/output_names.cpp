@@ -63,6 +63,10 @@ std::string withExtension(const std::string &path, const std::string &extension)
 }
 
 std::vector<std::string> planOutputs(const CommonOptions &options, const std::string &extension) {
+  return planOutputs(options, [&](const std::string &, bool) { return extension; });
+}
+
+std::vector<std::string> planOutputs(const CommonOptions &options, const ExtensionFor &extensionFor) {
   const std::vector<std::string> &inputs = options.inputs;
   const std::string &output = options.output;
   const bool several = inputs.size() > 1 || options.recursive || !options.filesFrom.empty();
@@ -86,6 +90,7 @@ std::vector<std::string> planOutputs(const CommonOptions &options, const std::st
   std::map<std::string, std::string> takenBy;
   for (size_t i = 0; i < inputs.size(); ++i) {
     const std::string &input = inputs[i];
+    const std::string extension = extensionFor(input, output.empty());
     std::string path;
     if (!folder.empty()) {
       const std::string &place = options.places[i];
@@ -109,6 +114,14 @@ std::vector<std::string> planOutputs(const CommonOptions &options, const std::st
     outputs.push_back(std::move(path));
   }
   return outputs;
+}
+
+void refuseInputAsOutput(const std::vector<std::string> &inputs, const std::string &output) {
+  FileIdentity out, in;
+  if (output == "-" || !isRegularFile(output, &out)) return;
+  for (const std::string &input : inputs)
+    if (input != "-" && isRegularFile(input, &in) && in == out)
+      failUsage("the output " + displayName(output) + " is also an input", "choose another name or folder with -o");
 }
 
 }  // namespace qav::tool

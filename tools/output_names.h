@@ -1,6 +1,7 @@
 // Where the output of each input goes.
 #pragma once
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -20,5 +21,12 @@ std::string extensionOf(const std::string &path);
 // again; it is created where several inputs, or a list or a folder of them, name one that does not exist. Throws Failure
 // (usage) when two inputs would end in one output, or an output is one of the inputs.
 std::vector<std::string> planOutputs(const CommonOptions &options, const std::string &extension);
+
+// The same where the extension depends on the input, or on whether the output goes beside it.
+using ExtensionFor = std::function<std::string(const std::string &input, bool isBeside)>;
+std::vector<std::string> planOutputs(const CommonOptions &options, const ExtensionFor &extensionFor);
+
+// Throws Failure (usage) when the one output of several inputs is one of them.
+void refuseInputAsOutput(const std::vector<std::string> &inputs, const std::string &output);
 
 }  // namespace qav::tool

@@ -4,9 +4,11 @@
 namespace qav::tool {
 
 int runCheck(int argc, char **argv);
+int runCut(int argc, char **argv);
 int runDecode(int argc, char **argv);
 int runEncode(int argc, char **argv);
 int runInfo(int argc, char **argv);
+int runJoin(int argc, char **argv);
 int runResample(int argc, char **argv);
 
 }  // namespace qav::tool

@@ -1,0 +1,22 @@
+// Going through a stream for its frames, which are taken over as they are: neither decoded nor encoded.
+#pragma once
+
+#include <functional>
+
+#include "tools/batch.h"
+#include "tools/command_line.h"
+#include "tools/mpeg_input.h"
+#include "tools/stream_report.h"
+
+namespace qav::tool {
+
+// Walk the job's input to its end, and hand out every good frame: `take` sees none whose check word is wrong. What is
+// wrong is told as it is found. Returns the exit status of the stream's verdict. Throws Failure, Interrupted.
+int copyFrames(Job &job, const CommonOptions &options, MpegInput &input, StreamReport &report,
+               const std::function<void(const FrameEvent &)> &take);
+
+// Where a frame ends, in seconds from the start of its stream; and where its middle is.
+double endSeconds(const FrameEvent &frame);
+double middleSeconds(const FrameEvent &frame);
+
+}  // namespace qav::tool
