@@ -9,6 +9,7 @@
 #include "decoder/dequant_kernels.inl.h"
 #include "decoder/synthesis_kernels.inl.h"
 #include "tests/decoder/decoder_fixture.h"
+#include "tests/support/guarded.h"
 
 namespace qav::test {
 namespace {
@@ -29,10 +30,7 @@ float anyValue(std::mt19937 &random, int kind) {
   }
 }
 
-// Past the output stands a guard.
-struct Output {
-  alignas(64) int16_t pcm[2 * 32 * kMaxBlocks + 32];
-};
+using Output = Guarded<int16_t[2 * 32 * kMaxBlocks]>;
 
 template <int N, int Layer, int Channels>
 void plainSynthesis(const SubbandSamples &samples, SynthesisHistory *history, int16_t *out) {
@@ -45,23 +43,21 @@ TEST_P(Kernels, Synthesis) {
   std::mt19937 random(seed);
   const auto here = std::make_unique<SynthesisHistory[]>(2), plain = std::make_unique<SynthesisHistory[]>(2);
   const auto samples = std::make_unique<SubbandSamples>();
-  const auto outputs = std::make_unique<Output[]>(2);
   for (int round = 0; round < 200; ++round) {
     const int layer = random() % 3 == 0 ? 1 : 2, channels = random() % 3 == 0 ? 1 : 2;
     for (auto &sb : samples->value)
       for (float &v : sb) v = anyValue(random, round % 5);
-    std::memset(outputs.get(), 0x77, 2 * sizeof(Output));
-    const size_t misalignment = random() % 3;
+    Output outputs[2] = {Output(2 * size_t(round)), Output(random() % 64)};
     const auto index = size_t(channels - 1);
-    (layer == 1 ? kernels.I_SubBandSynthesis : kernels.II_SubBandSynthesis)[index](*samples, here.get(),
-                                                                                   outputs[0].pcm + misalignment);
+    (layer == 1 ? kernels.I_SubBandSynthesis : kernels.II_SubBandSynthesis)[index](*samples, here.get(), *outputs[0]);
     const DecoderKernels::Synthesis bodies[2][2] = {{plainSynthesis<1, 1, 1>, plainSynthesis<1, 1, 2>},
                                                     {plainSynthesis<1, 2, 1>, plainSynthesis<1, 2, 2>}};
-    bodies[layer - 1][index](*samples, plain.get(), outputs[1].pcm + misalignment);
-    ASSERT_EQ(std::memcmp(&outputs[0], &outputs[1], sizeof(Output)), 0) << "round " << round;
-    const size_t written = size_t((layer == 1 ? 384 : 1152) * channels);
-    for (size_t i = misalignment + written; i < std::size(outputs[0].pcm); ++i)
-      ASSERT_EQ(outputs[0].pcm[i], 0x7777) << "round " << round;
+    bodies[layer - 1][index](*samples, plain.get(), *outputs[1]);
+    ASSERT_EQ(std::memcmp(*outputs[0], *outputs[1], sizeof *outputs[0]), 0) << "round " << round;
+    ASSERT_TRUE(outputs[0].isIntact()) << "round " << round;
+    const uint8_t *const bytes = reinterpret_cast<const uint8_t *>(*outputs[0]);
+    const size_t written = size_t((layer == 1 ? 384 : 1152) * channels) * 2;
+    ASSERT_TRUE(std::all_of(bytes + written, bytes + sizeof *outputs[0], [](uint8_t b) { return b == 0x5A; }));
     for (int ch = 0; ch < 2; ++ch) {
       here[size_t(ch)].advance(layer == 1 ? 12 : 36);
       plain[size_t(ch)].advance(layer == 1 ? 12 : 36);
@@ -77,7 +73,6 @@ TEST_P(Kernels, Dequantisers) {
   std::mt19937 random(seed);
   const auto codes = std::make_unique<FrameCodes>();
   const auto side = std::make_unique<SideInfo>();
-  const auto samples = std::make_unique<SubbandSamples[]>(2);
   for (int round = 0; round < 300; ++round) {
     for (auto &ch : side->scaleFactor)
       for (auto &part : ch)
@@ -111,17 +106,18 @@ TEST_P(Kernels, Dequantisers) {
         }
       }
     }
-    for (int i = 0; i < 2; ++i) std::memset(&samples[size_t(i)], 0x33, sizeof(SubbandSamples));
+    Guarded<SubbandSamples> here, plain;
     if (layer == 1) {
-      kernels.I_dequantize_sample(*codes, *side, samples[0]);
-      kernels::I_dequantizeBody<1>(*codes, *side, samples[1]);
+      kernels.I_dequantize_sample(*codes, *side, *here);
+      kernels::I_dequantizeBody<1>(*codes, *side, *plain);
     } else {
-      kernels.II_dequantize_sample(*codes, *side, samples[0]);
-      kernels::II_dequantizeBody<1>(*codes, *side, samples[1]);
+      kernels.II_dequantize_sample(*codes, *side, *here);
+      kernels::II_dequantizeBody<1>(*codes, *side, *plain);
     }
+    ASSERT_TRUE(here.isIntact()) << "layer " << layer << ", round " << round;
     for (int sb = 0; sb < 32; ++sb)
       for (int ch = 0; ch < 2; ++ch)
-        ASSERT_EQ(std::memcmp(samples[0].value[sb] + kChannelStride * ch, samples[1].value[sb] + kChannelStride * ch,
+        ASSERT_EQ(std::memcmp((*here).value[sb] + kChannelStride * ch, (*plain).value[sb] + kChannelStride * ch,
                               (layer == 1 ? 12 : 36) * sizeof(float)),
                   0)
             << "layer " << layer << ", round " << round << ", channel " << ch << ", subband " << sb;

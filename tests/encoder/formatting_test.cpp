@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
 #include <vector>
 
@@ -58,7 +59,14 @@ TEST(EncodeBitAlloc, WritesSubbandBySubband) {
   EXPECT_EQ(bytes[6], 0x80);
 }
 
-TEST(SampleEncoding, AGranuleOfThreeLevels) {
+class SampleEncoding : public testing::TestWithParam<CpuLevel> {
+ protected:
+  void SetUp() override {
+    if (GetParam() > detectCpuLevel()) GTEST_SKIP() << "this CPU is below " << cpuLevelName(GetParam());
+  }
+};
+
+TEST_P(SampleEncoding, AGranuleOfThreeLevels) {
   uint32_t allocation[2][32] = {};
   QuantizedFrame quantized[2] = {};
   allocation[0][0] = 1;
@@ -66,7 +74,7 @@ TEST(SampleEncoding, AGranuleOfThreeLevels) {
     for (uint32_t i = 0; i < 3; ++i) quantized[0][0][samplePlace(3 * g + i)] = i;
   uint8_t bytes[32] = {};
   BitWriter writer = {bytes, 0};
-  II_sample_encoding(quantized, allocation, frameOf(1, 1, 30), writer);
+  sampleEncodingFor(GetParam())(quantized, allocation, frameOf(1, 1, 30), writer);
   EXPECT_EQ(writer.position, 12u * 5);
   EXPECT_EQ(bytes[0] >> 3, 21);
 }
@@ -88,7 +96,7 @@ void encodePlainly(const QuantizedFrame quantized[2], const uint32_t allocation[
       }
 }
 
-TEST(SampleEncoding, RandomFramesAgainstTheFields) {
+TEST_P(SampleEncoding, RandomFramesAgainstTheFields) {
   constexpr unsigned kSeed = 51;
   test::Random random(kSeed);
   const int32_t limits[4] = {27, 30, 8, 12};
@@ -105,19 +113,27 @@ TEST(SampleEncoding, RandomFramesAgainstTheFields) {
         // Codes one past the largest occur; of negative ones the low bits count.
         for (uint32_t &q : quantized[ch][sb]) q = random() % 16 == 0 ? random() : random() % 65537;
       }
-    std::vector<uint8_t> bytes(8000, 0x5A), expected(8000, 0x5A);
-    bytes[0] = expected[0] = 0;
-    BitWriter writer = {bytes.data(), 0}, reference = {expected.data(), 0};
-    putbits(writer, 0x155, uint32_t(round) % 17);
-    putbits(reference, 0x155, uint32_t(round) % 17);
-    II_sample_encoding(quantized, allocation, frame, writer);
+    // Where a frame may begin, and after a header of any length.
+    const size_t begin = 64 + random() % 64;
+    std::vector<uint8_t> memory(8200, 0x5A), expected(8000, 0x5A);
+    memory[begin] = expected[0] = 0;
+    const auto bytes = memory.begin() + ptrdiff_t(begin);
+    BitWriter writer = {&*bytes, 0}, reference = {expected.data(), 0};
+    putbits(writer, 0x155, uint32_t(round) % 33);
+    putbits(reference, 0x155, uint32_t(round) % 33);
+    sampleEncodingFor(GetParam())(quantized, allocation, frame, writer);
     encodePlainly(quantized, allocation, frame, reference);
     ASSERT_EQ(writer.position, reference.position) << "seed " << kSeed << ", round " << round;
     const size_t whole = writer.position / 8 + 1;  // the byte in which the next field begins included
-    ASSERT_EQ(std::memcmp(bytes.data(), expected.data(), whole), 0) << "seed " << kSeed << ", round " << round;
-    for (size_t i = whole + 3; i < bytes.size(); ++i) ASSERT_EQ(bytes[i], 0x5A) << "seed " << kSeed;
+    ASSERT_EQ(std::memcmp(&*bytes, expected.data(), whole), 0) << "seed " << kSeed << ", round " << round;
+    const auto isUntouched = [](uint8_t byte) { return byte == 0x5A; };
+    ASSERT_TRUE(std::all_of(memory.begin(), bytes, isUntouched)) << "seed " << kSeed;
+    ASSERT_TRUE(std::all_of(bytes + ptrdiff_t(whole + 3), memory.end(), isUntouched)) << "seed " << kSeed;
   }
 }
+
+INSTANTIATE_TEST_SUITE_P(Levels, SampleEncoding, testing::ValuesIn(kCpuLevels),
+                         [](const testing::TestParamInfo<CpuLevel> &level) { return cpuLevelName(level.param); });
 
 TEST(Stuffing, IsWrittenWhenPositiveOnly) {
   for (int32_t bits = -40; bits < 200; ++bits)

@@ -10,6 +10,7 @@
 
 #include "format/alloc_tables.h"
 #include "format/scale_factors.h"
+#include "tests/support/guarded.h"
 #include "tests/support/random.h"
 
 namespace qav {
@@ -178,10 +179,13 @@ TEST_P(Quantization, EveryLevelGivesThePlainBits) {
       }
     QuantizedFrame plain[2];
     std::memset(plain, 0x5A, sizeof plain);
-    std::memset(quantized, 0x5A, sizeof quantized);
     II_subband_quantization(index, samples, allocation, plain, frame);
-    quantize();
-    ASSERT_EQ(std::memcmp(plain, quantized, sizeof plain), 0) << "seed " << kSeed << ", round " << round;
+    test::Guarded<SubbandFrame[2]> input(4 * size_t(round));
+    test::Guarded<QuantizedFrame[2]> output(4 * (random() % 16));
+    std::memcpy(*input, samples, sizeof samples);
+    quantizationFor(GetParam())(index, *input, allocation, *output, frame);
+    ASSERT_EQ(std::memcmp(plain, *output, sizeof plain), 0) << "seed " << kSeed << ", round " << round;
+    ASSERT_TRUE(output.isIntact()) << "seed " << kSeed << ", round " << round;
   }
 }
 

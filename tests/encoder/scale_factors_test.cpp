@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "format/scale_factors.h"
+#include "tests/support/guarded.h"
 #include "tests/support/random.h"
 
 namespace qav {
@@ -31,12 +32,18 @@ class ScaleFactors : public testing::TestWithParam<CpuLevel> {
   }
 
   void calculate(int32_t channels, int32_t sblimit) {
-    std::memset(index, 0x5A, sizeof index);
-    scaleFactorsFor(GetParam())(samples, index, channels, sblimit);
+    const size_t shift = 4 * calls++;
+    test::Guarded<SubbandFrame[2]> input(shift);
+    test::Guarded<ScaleIndices[2]> output(shift / 16);
+    std::memcpy(*input, samples, sizeof samples);
+    scaleFactorsFor(GetParam())(*input, *output, channels, sblimit);
+    ASSERT_TRUE(output.isIntact());
+    std::memcpy(index, *output, sizeof index);
   }
 
   SubbandFrame samples[2] = {};
   ScaleIndices index[2];
+  size_t calls = 0;  // each at another distance from aligned addresses
 };
 
 TEST_P(ScaleFactors, TheTableAndItsNeighbours) {

@@ -51,7 +51,7 @@ TEST_P(InterpolateKernel, GivesThePlainBits) {
         const double first = random() % 2 == 0 ? 0.0 : double(uint64_t(random()) * (random() % 4096));
         const double origin = double(uint64_t(first * step));
         const size_t inFrames = size_t((first + count) * step - origin) + 2;
-        const size_t inShift = random() % 4, outShift = random() % 4;
+        const size_t inShift = random() % 64, outShift = random() % 64;
         std::vector<uint8_t> in(inShift + inFrames * channels * 2);
         for (uint8_t &byte : in) byte = uint8_t(random() % 4 == 0 ? (random() % 2 ? 0x7F : 0x80) : random());
         const OutputRun run = {first, step, origin, count};
