@@ -14,7 +14,7 @@ using Run = std::function<void()>;
 
 // Registers a stage; call it from a static initialiser through QAV_BENCH. `setUp` is called once per measurement and
 // returns the function that is timed; `runs` is how many times that function performs the stage in one call.
-bool addStage(const std::string &name, CpuLevel level, std::function<Run()> setUp, int runs = 1);
+bool addStage(const std::string &name, std::function<Run()> setUp, int runs = 1);
 
 // Registers a stage at every level this CPU has; `setUp` is given the level.
 bool addStageAtEveryLevel(const std::string &name, const std::function<Run(CpuLevel)> &setUp, int runs = 1);

@@ -206,8 +206,8 @@ QAV_BENCH = addStageAtEveryLevel("decode stereo 192 kbit/s", decode192, kFrames)
 QAV_BENCH = addStageAtEveryLevel("decode stereo 384 kbit/s", decode384, kFrames);
 QAV_BENCH = addStageAtEveryLevel("decode mono 64 kbit/s", decodeMono64, kFrames);
 QAV_BENCH = addStage(
-    "getbits and side information", CpuLevel::Baseline, [] { return sideInfo(CpuLevel::Baseline); }, kFrames);
-QAV_BENCH = addStage("sample codes", CpuLevel::Baseline, [] { return bufferSamples(CpuLevel::Baseline); });
+    "getbits and side information", [] { return sideInfo(CpuLevel::Baseline); }, kFrames);
+QAV_BENCH = addStage("sample codes", [] { return bufferSamples(CpuLevel::Baseline); });
 QAV_BENCH = addStageAtEveryLevel("dequantisation", dequantize);
 // Both channels of a frame, told for one.
 QAV_BENCH = addStageAtEveryLevel(

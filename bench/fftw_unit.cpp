@@ -47,4 +47,9 @@ double FftwUnit::measure(const fftwf_plan &plan, int transforms) const {
   return std::chrono::duration<double, std::nano>(Clock::now() - start).count() / transforms;
 }
 
+const FftwUnit &unit() {
+  static const FftwUnit instance;
+  return instance;
+}
+
 }  // namespace qav::bench

@@ -27,4 +27,7 @@ class FftwUnit {
   fftwf_plan best;
 };
 
+// The one that this process measures with.
+const FftwUnit &unit();
+
 }  // namespace qav::bench

@@ -28,7 +28,7 @@ Run checkWord() {
   };
 }
 
-QAV_BENCH = addStage("check word", CpuLevel::Baseline, checkWord);
+QAV_BENCH = addStage("check word", checkWord);
 
 }  // namespace
 }  // namespace qav::bench

@@ -53,7 +53,7 @@ Run cutChunks() {
   };
 }
 
-QAV_BENCH = addStage("FIFO: 4096 bytes into units of 627", CpuLevel::Baseline, cutChunks);
+QAV_BENCH = addStage("FIFO: 4096 bytes into units of 627", cutChunks);
 
 }  // namespace
 }  // namespace qav::bench
