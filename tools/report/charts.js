@@ -7,22 +7,40 @@
   function frame({ xs, ys, xName, yName, describe, height = HEIGHT }, ...marks) {
     const x = (at) => LEFT + at * (WIDTH - LEFT - 6);
     const y = (at) => height - FOOT - at * (height - FOOT - TOP);
-    return qav.svg("svg", { viewBox: `0 0 ${WIDTH} ${height}`, role: "img", "aria-label": describe, class: "chart" },
-      ys.map(({ at, text }) => qav.svg("g", { class: "tick" },
-        qav.svg("line", { x1: LEFT, x2: WIDTH - 6, y1: y(at), y2: y(at) }),
-        qav.svg("text", { x: LEFT - 5, y: y(at), dy: "0.32em", "text-anchor": "end" }, text))),
-      xs.map(({ at, text }) => qav.svg("text", { class: "band", x: x(at), y: height - FOOT + 13, "text-anchor": "middle" }, text)),
+    return qav.svg(
+      "svg",
+      { viewBox: `0 0 ${WIDTH} ${height}`, role: "img", "aria-label": describe, class: "chart" },
+      ys.map(({ at, text }) =>
+        qav.svg(
+          "g",
+          { class: "tick" },
+          qav.svg("line", { x1: LEFT, x2: WIDTH - 6, y1: y(at), y2: y(at) }),
+          qav.svg("text", { x: LEFT - 5, y: y(at), dy: "0.32em", "text-anchor": "end" }, text),
+        ),
+      ),
+      xs.map(({ at, text }) =>
+        qav.svg("text", { class: "band", x: x(at), y: height - FOOT + 13, "text-anchor": "middle" }, text),
+      ),
       marks.flat().map((mark) => mark(x, y)),
       qav.svg("text", { class: "axis-name", x: WIDTH - 6, y: height - 4, "text-anchor": "end" }, xName),
-      qav.svg("text", { class: "axis-name", x: 2, y: height - 4 }, "↑ " + yName));
+      qav.svg("text", { class: "axis-name", x: 2, y: height - 4 }, "↑ " + yName),
+    );
   }
 
-  const rect = (x0, y0, x1, y1, attributes) => (x, y) => qav.svg("rect", {
-    x: x(x0).toFixed(1), y: y(y1).toFixed(1), width: Math.max(x(x1) - x(x0), 0.5).toFixed(1),
-    height: Math.max(y(y0) - y(y1), 0).toFixed(1), ...attributes });
+  const rect = (x0, y0, x1, y1, attributes) => (x, y) =>
+    qav.svg("rect", {
+      x: x(x0).toFixed(1),
+      y: y(y1).toFixed(1),
+      width: Math.max(x(x1) - x(x0), 0.5).toFixed(1),
+      height: Math.max(y(y0) - y(y1), 0).toFixed(1),
+      ...attributes,
+    });
 
-  const path = (points, attributes) => (x, y) => qav.svg("path", {
-    d: points.map(([px, py], i) => `${i ? "L" : "M"}${x(px).toFixed(1)} ${y(py).toFixed(1)}`).join(""), ...attributes });
+  const path = (points, attributes) => (x, y) =>
+    qav.svg("path", {
+      d: points.map(([px, py], i) => `${i ? "L" : "M"}${x(px).toFixed(1)} ${y(py).toFixed(1)}`).join(""),
+      ...attributes,
+    });
 
   /** Round ticks from 0 to about `greatest`. */
   function scaleTo(greatest, text = (value) => qav.number(value, value % 1 ? 1 : 0)) {
@@ -37,11 +55,20 @@
 
   /** A figure: what it is, what it says, the chart, and its numbers as a table to open. */
   function figure(name, note, chart, numbers) {
-    return qav.html("figure", { class: "distribution" },
+    return qav.html(
+      "figure",
+      { class: "distribution" },
       qav.html("figcaption", null, qav.html("h3", null, name), note ? qav.html("p", null, note) : null),
       chart,
-      numbers ? qav.html("details", null, qav.html("summary", null, "Numbers"),
-        qav.html("div", { class: "wide-table", tabindex: 0, role: "group", "aria-label": name }, numbers)) : null);
+      numbers
+        ? qav.html(
+            "details",
+            null,
+            qav.html("summary", null, "Numbers"),
+            qav.html("div", { class: "wide-table", tabindex: 0, role: "group", "aria-label": name }, numbers),
+          )
+        : null,
+    );
   }
 
   qav.charts = { frame, rect, path, scaleTo, figure };

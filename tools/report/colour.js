@@ -15,9 +15,11 @@
     const l = (lightness + 0.3963377774 * a + 0.2158037573 * b) ** 3;
     const m = (lightness - 0.1055613458 * a - 0.0638541728 * b) ** 3;
     const s = (lightness - 0.0894841775 * a - 1.291485548 * b) ** 3;
-    return [toByte(4.0767416621 * l - 3.3077115913 * m + 0.2309699292 * s),
-            toByte(-1.2684380046 * l + 2.6097574011 * m - 0.3413193965 * s),
-            toByte(-0.0041960863 * l - 0.7034186147 * m + 1.707614701 * s)];
+    return [
+      toByte(4.0767416621 * l - 3.3077115913 * m + 0.2309699292 * s),
+      toByte(-1.2684380046 * l + 2.6097574011 * m - 0.3413193965 * s),
+      toByte(-0.0041960863 * l - 0.7034186147 * m + 1.707614701 * s),
+    ];
   }
 
   // Pixels are stored as the canvas stores them on a little-endian machine; others are not browsers' machines.
@@ -40,15 +42,45 @@
   // More is more ink: darker on paper, brighter on a dark screen.
   const RAMPS = {
     light: {
-      amount: ramp([[0, 0.965, 0.035, 105], [0.3, 0.84, 0.085, 120], [0.65, 0.6, 0.09, 215], [1, 0.27, 0.11, 270]]),
+      amount: ramp([
+        [0, 0.965, 0.035, 105],
+        [0.3, 0.84, 0.085, 120],
+        [0.65, 0.6, 0.09, 215],
+        [1, 0.27, 0.11, 270],
+      ]),
       // 0.5 is the threshold: below it pale to blue, above it amber to deep red.
-      threshold: ramp([[0, 0.97, 0.012, 250], [0.5, 0.74, 0.085, 245], [0.502, 0.8, 0.145, 78], [1, 0.4, 0.15, 35]]),
-      difference: ramp([[0, 0.38, 0.14, 260], [0.5, 0.97, 0.0, 250], [0.5001, 0.97, 0.0, 75], [1, 0.55, 0.15, 55]]),
+      threshold: ramp([
+        [0, 0.97, 0.012, 250],
+        [0.5, 0.74, 0.085, 245],
+        [0.502, 0.8, 0.145, 78],
+        [1, 0.4, 0.15, 35],
+      ]),
+      difference: ramp([
+        [0, 0.38, 0.14, 260],
+        [0.5, 0.97, 0.0, 250],
+        [0.5001, 0.97, 0.0, 75],
+        [1, 0.55, 0.15, 55],
+      ]),
     },
     dark: {
-      amount: ramp([[0, 0.26, 0.05, 275], [0.4, 0.48, 0.09, 235], [0.75, 0.75, 0.09, 150], [1, 0.96, 0.1, 105]]),
-      threshold: ramp([[0, 0.23, 0.02, 255], [0.5, 0.5, 0.09, 250], [0.502, 0.66, 0.15, 55], [1, 0.95, 0.11, 95]]),
-      difference: ramp([[0, 0.75, 0.11, 245], [0.5, 0.25, 0.0, 250], [0.5001, 0.25, 0.0, 75], [1, 0.82, 0.13, 75]]),
+      amount: ramp([
+        [0, 0.26, 0.05, 275],
+        [0.4, 0.48, 0.09, 235],
+        [0.75, 0.75, 0.09, 150],
+        [1, 0.96, 0.1, 105],
+      ]),
+      threshold: ramp([
+        [0, 0.23, 0.02, 255],
+        [0.5, 0.5, 0.09, 250],
+        [0.502, 0.66, 0.15, 55],
+        [1, 0.95, 0.11, 95],
+      ]),
+      difference: ramp([
+        [0, 0.75, 0.11, 245],
+        [0.5, 0.25, 0.0, 250],
+        [0.5001, 0.25, 0.0, 75],
+        [1, 0.82, 0.13, 75],
+      ]),
     },
   };
 
@@ -89,6 +121,9 @@
 
   let cache = {};
   /** A colour of the style sheet by the name of its property. */
-  qav.ink = (name) => (cache[name] ??= getComputedStyle(document.documentElement).getPropertyValue("--" + name).trim());
+  qav.ink = (name) =>
+    (cache[name] ??= getComputedStyle(document.documentElement)
+      .getPropertyValue("--" + name)
+      .trim());
   qav.pixelCss = (p) => `rgb(${p & 255} ${(p >> 8) & 255} ${(p >> 16) & 255})`;
 })();

@@ -1,55 +1,104 @@
 "use strict";
 // The stream against another of the same programme: the first difference field by field, and lanes of differences.
 (() => {
-  const PARTS = [["samples", "samples"], ["scaleFactors", "scale factors"], ["selection", "selection information"],
-                 ["allocation", "allocation"], ["header", "header"], ["unused", "unused"]];
+  const PARTS = [
+    ["samples", "samples"],
+    ["scaleFactors", "scale factors"],
+    ["selection", "selection information"],
+    ["allocation", "allocation"],
+    ["header", "header"],
+    ["unused", "unused"],
+  ];
 
-  qav.addDifferenceLanes = ({ report, add, addMap, upTo, ticksOf, range, frames, greatestOf }) => {
+  qav.addDifferenceLanes = ({ report, add, addMap, upTo, range, frames, greatestOf }) => {
     const { against } = report;
     const lanes = Object.fromEntries(Object.entries(against.lanes).map(([name, array]) => [name, qav.decode(array)]));
     const perColumn = report.columns.framesPerColumn;
-    const parts = PARTS.filter(([name]) => lanes[name]).map(([name, text]) => ({ name: text, series: qav.series(lanes[name], "max") }));
+    const parts = PARTS.filter(([name]) => lanes[name]).map(([name, text]) => ({
+      name: text,
+      series: qav.series(lanes[name], "max"),
+    }));
     const rows = parts.length;
     // A row a part; in one picture, so that what differs together stands together.
     const grid = new Float32Array(report.columns.count * rows).fill(NaN);
-    parts.forEach(({ series }, row) => series.values.forEach((value, column) => {
-      if (value > 0) grid[column * rows + row] = value / perColumn;
-    }));
+    parts.forEach(({ series }, row) =>
+      series.values.forEach((value, column) => {
+        if (value > 0) grid[column * rows + row] = value / perColumn;
+      }),
+    );
     const map = qav.series(grid, "max", rows);
     add({
-      id: "against-parts", title: "What differs", unit: `from the other stream${perColumn > 1 ? ", share of the frames" : ""}`, height: rows * 16,
+      id: "against-parts",
+      title: "What differs",
+      unit: `from the other stream${perColumn > 1 ? ", share of the frames" : ""}`,
+      height: rows * 16,
       legend: perColumn > 1 ? [{ ramp: "amount", from: "few frames", to: "all" }] : [],
-      planes: () => [{
-        label: "", scale: { least: 0, greatest: rows }, ticks: parts.map(({ name }, row) => ({ value: row + 0.5, text: name.split(" ")[0] })),
-        describe: parts.map(({ name, series }) => `${name}: ${series.values.reduce((sum, value) => sum + (value > 0), 0)} columns differ`).join("; "),
-        draw(p) {
-          qav.heatmap(p, map, { least: 0, greatest: 1 }, "amount");
-          for (let row = 1; row < rows; row++) qav.plots.rule(p, { least: 0, greatest: rows }, row);
+      planes: () => [
+        {
+          label: "",
+          scale: { least: 0, greatest: rows },
+          ticks: parts.map(({ name }, row) => ({ value: row + 0.5, text: name.split(" ")[0] })),
+          describe: parts
+            .map(
+              ({ name, series }) =>
+                `${name}: ${series.values.reduce((sum, value) => sum + (value > 0), 0)} columns differ`,
+            )
+            .join("; "),
+          draw(p) {
+            qav.heatmap(p, map, { least: 0, greatest: 1 }, "amount");
+            for (let row = 1; row < rows; row++) qav.plots.rule(p, { least: 0, greatest: rows }, row);
+          },
         },
-      }],
-      read: (column) => parts.filter(({ series }) => series.at(column) > 0)
-        .map(({ name, series }) => [name.split(" ")[0], perColumn > 1 ? qav.count(series.at(column), "frame") : "differs"]),
+      ],
+      read: (column) =>
+        parts
+          .filter(({ series }) => series.at(column) > 0)
+          .map(({ name, series }) => [
+            name.split(" ")[0],
+            perColumn > 1 ? qav.count(series.at(column), "frame") : "differs",
+          ]),
     });
     if (lanes.snr) {
       const snr = qav.series(lanes.snr, "min");
       const axis = upTo(120);
       add({
-        id: "against-snr", title: "Signal to difference", unit: "dB; a gap is no difference", height: 72, legend: [],
-        planes: () => [{
-          label: "", ...axis, describe: range(snr, qav.decibel),
-          draw(p) {
-            for (const { value } of axis.ticks) qav.plots.rule(p, axis.scale, value);
-            qav.plots.line(p, snr, axis.scale, { ink: "wave" });
-            qav.plots.gaps(p, frames);
+        id: "against-snr",
+        title: "Signal to difference",
+        unit: "dB; a gap is no difference",
+        height: 72,
+        legend: [],
+        planes: () => [
+          {
+            label: "",
+            ...axis,
+            describe: range(snr, qav.decibel),
+            draw(p) {
+              for (const { value } of axis.ticks) qav.plots.rule(p, axis.scale, value);
+              qav.plots.line(p, snr, axis.scale, { ink: "wave" });
+              qav.plots.gaps(p, frames);
+            },
           },
-        }],
+        ],
         read: (column) => [["", Number.isFinite(snr.at(column)) ? qav.decibel(snr.at(column), 0) : "no difference"]],
       });
     }
-    const signed = (unit) => (value) => (Number.isFinite(value) ? (value > 0 ? "+" : "") + qav.number(value) + unit : "–");
-    const difference = (bound, unit) => ({ ramp: "difference", least: -bound, greatest: bound, text: signed(unit), summary: greatestOf(signed(unit)) });
-    addMap("against-bits", "Bits, other less this", "bits a frame", qav.decode(against.maps.bits), "mean", { ...difference(120, " bit"), nothing: 0 });
-    addMap("against-scale", "Scale factors, other less this", "dB", qav.decode(against.maps.scale), "mean", { ...difference(12, " dB"), nothing: 0 });
+    const signed = (unit) => (value) =>
+      Number.isFinite(value) ? (value > 0 ? "+" : "") + qav.number(value) + unit : "–";
+    const difference = (bound, unit) => ({
+      ramp: "difference",
+      least: -bound,
+      greatest: bound,
+      text: signed(unit),
+      summary: greatestOf(signed(unit)),
+    });
+    addMap("against-bits", "Bits, other less this", "bits a frame", qav.decode(against.maps.bits), "mean", {
+      ...difference(120, " bit"),
+      nothing: 0,
+    });
+    addMap("against-scale", "Scale factors, other less this", "dB", qav.decode(against.maps.scale), "mean", {
+      ...difference(12, " dB"),
+      nothing: 0,
+    });
   };
 
   qav.makeComparison = (section, report, goTo) => {
@@ -58,21 +107,63 @@
     section.hidden = false;
     const { first } = against;
     const same = against.framesDiffering === 0 && !against.onlyInA && !against.onlyInB;
-    const only = [[against.onlyInA, "only in this stream"], [against.onlyInB, "only in the other"]]
-      .filter(([count]) => count).map(([count, where]) => `${qav.count(count, "frame")} ${where}`);
+    const only = [
+      [against.onlyInA, "only in this stream"],
+      [against.onlyInB, "only in the other"],
+    ]
+      .filter(([count]) => count)
+      .map(([count, where]) => `${qav.count(count, "frame")} ${where}`);
     section.append(
-      qav.html("div", { class: "section-head" }, qav.html("h2", { id: "against-title" }, "Against ", against.file.split(/[\\/]/).at(-1))),
-      qav.html("p", { class: "lead", id: "against-verdict" }, same ? "Every frame is the same, bit for bit."
-        : [`${qav.number(against.framesDiffering)} of ${qav.count(against.framesCompared, "frame")} compared differ`, ...only].join("; ") + "."),
-      first ? qav.html("div", { class: "first-difference" },
-        qav.html("p", null, "The first difference is in frame ",
-          qav.html("button", { type: "button", class: "link", onclick: () => goTo(first.frame) }, qav.number(first.frame)),
-          ` at ${qav.time(first.seconds)} (byte ${qav.number(first.offsetA)} here, ${qav.number(first.offsetB)} there):`),
-        qav.html("div", { class: "wide-table", tabindex: 0, role: "group", "aria-label": "Fields that differ" },
-          qav.table("Fields that differ in the first differing frame", ["Field", "This stream", "The other"],
-            first.fields.map(({ field, a, b }) => [field, a, b]), { class: "compact" })),
-        first.fieldsOmitted ? qav.html("p", { class: "note" }, `${qav.count(first.fieldsOmitted, "more field")} differ in this frame.`) : "") : "",
+      qav.html(
+        "div",
+        { class: "section-head" },
+        qav.html("h2", { id: "against-title" }, "Against ", against.file.split(/[\\/]/).at(-1)),
+      ),
+      qav.html(
+        "p",
+        { class: "lead", id: "against-verdict" },
+        same
+          ? "Every frame is the same, bit for bit."
+          : [
+              `${qav.number(against.framesDiffering)} of ${qav.count(against.framesCompared, "frame")} compared differ`,
+              ...only,
+            ].join("; ") + ".",
+      ),
+      first
+        ? qav.html(
+            "div",
+            { class: "first-difference" },
+            qav.html(
+              "p",
+              null,
+              "The first difference is in frame ",
+              qav.html(
+                "button",
+                { type: "button", class: "link", onclick: () => goTo(first.frame) },
+                qav.number(first.frame),
+              ),
+              ` at ${qav.time(first.seconds)} (byte ${qav.number(first.offsetA)} here, ${qav.number(first.offsetB)} there):`,
+            ),
+            qav.html(
+              "div",
+              { class: "wide-table", tabindex: 0, role: "group", "aria-label": "Fields that differ" },
+              qav.table(
+                "Fields that differ in the first differing frame",
+                ["Field", "This stream", "The other"],
+                first.fields.map(({ field, a, b }) => [field, a, b]),
+              ),
+            ),
+            first.fieldsOmitted
+              ? qav.html(
+                  "p",
+                  { class: "note" },
+                  `${qav.count(first.fieldsOmitted, "more field")} differ in this frame.`,
+                )
+              : "",
+          )
+        : "",
       qav.html("h3", null, "The other stream"),
-      qav.html("div", { class: "fact-groups" }, qav.factGroups(against.head, against.stream.frames)));
+      qav.html("div", { class: "fact-groups" }, qav.factGroups(against.head, against.stream.frames)),
+    );
   };
 })();

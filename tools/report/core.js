@@ -56,9 +56,29 @@ const qav = {};
 
   /** A table; `head` and each row are lists of texts or nodes. */
   qav.table = (caption, head, rows, attributes) =>
-    qav.html("table", attributes,
+    qav.html(
+      "table",
+      attributes,
       qav.html("caption", { class: "unseen" }, caption),
-      qav.html("thead", null, qav.html("tr", null, head.map((cell) => qav.html("th", { scope: "col" }, cell)))),
-      qav.html("tbody", null, rows.map((row) => qav.html("tr", null,
-        row.map((cell, at) => qav.html(at ? "td" : "th", at ? null : { scope: "row" }, cell))))));
+      qav.html(
+        "thead",
+        null,
+        qav.html(
+          "tr",
+          null,
+          head.map((cell) => qav.html("th", { scope: "col" }, cell)),
+        ),
+      ),
+      qav.html(
+        "tbody",
+        null,
+        rows.map((row) =>
+          qav.html(
+            "tr",
+            null,
+            row.map((cell, at) => qav.html(at ? "td" : "th", at ? null : { scope: "row" }, cell)),
+          ),
+        ),
+      ),
+    );
 })();

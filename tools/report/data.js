@@ -2,9 +2,12 @@
 // The data of the report: arrays unpacked into numbers, and the questions that every view asks of them.
 (() => {
   const TYPES = {
-    u8: [1, "getUint8", Float32Array], i8: [1, "getInt8", Float32Array],
-    u16: [2, "getUint16", Float32Array], i16: [2, "getInt16", Float32Array],
-    u32: [4, "getUint32", Float64Array], f32: [4, "getFloat32", Float64Array],
+    u8: [1, "getUint8", Float32Array],
+    i8: [1, "getInt8", Float32Array],
+    u16: [2, "getUint16", Float32Array],
+    i16: [2, "getInt16", Float32Array],
+    u32: [4, "getUint32", Float64Array],
+    f32: [4, "getFloat32", Float64Array],
   };
 
   qav.bytes = (base64) => {
@@ -29,11 +32,19 @@
     return values;
   };
 
-  const decodeAll = (arrays) => Object.fromEntries(Object.entries(arrays).map(
-    ([name, value]) => [name, value && typeof value === "object" && "type" in value ? qav.decode(value) : value]));
+  const decodeAll = (arrays) =>
+    Object.fromEntries(
+      Object.entries(arrays).map(([name, value]) => [
+        name,
+        value && typeof value === "object" && "type" in value ? qav.decode(value) : value,
+      ]),
+    );
 
-  const CHANNEL_NAMES = { stereo: ["Left", "Right"], "joint stereo": ["Left", "Right"],
-                          "dual channel": ["Channel 1", "Channel 2"] };
+  const CHANNEL_NAMES = {
+    stereo: ["Left", "Right"],
+    "joint stereo": ["Left", "Right"],
+    "dual channel": ["Channel 1", "Channel 2"],
+  };
 
   function channelNames(channels, modes) {
     if (channels === 1) return ["Mono"];
@@ -53,8 +64,12 @@
   ];
   qav.MODES = ["stereo", "joint stereo", "dual channel", "single channel"];
   // What selection information says of the three scale factors of a subband.
-  qav.SELECTIONS = ["three sent", "two sent, the first for thirds 1 and 2", "one sent for all thirds",
-                    "two sent, the second for thirds 2 and 3"];
+  qav.SELECTIONS = [
+    "three sent",
+    "two sent, the first for thirds 1 and 2",
+    "one sent for all thirds",
+    "two sent, the second for thirds 2 and 3",
+  ];
 
   function readDetails(raw) {
     if (!raw || !raw.count) return null;
@@ -75,10 +90,13 @@
 
     return {
       ...raw,
-      columns, details,
+      columns,
+      details,
       wave: raw.wave && decodeAll(raw.wave),
-      lanes: decodeAll(raw.lanes), maps: decodeAll(raw.maps),
-      channels: columns.channels, subbands: columns.subbands,
+      lanes: decodeAll(raw.lanes),
+      maps: decodeAll(raw.maps),
+      channels: columns.channels,
+      subbands: columns.subbands,
       channelNames: channelNames(columns.channels, raw.stream.modes),
       /** The width of a subband in Hz; null where the stream changes its sampling rate. */
       subbandHz: rates.length === 1 ? rates[0] / 64 : null,

@@ -11,17 +11,47 @@
   /** The frame at place `i` of the details. */
   qav.readFrame = (report, i) => {
     const { details, channels, subbands } = report;
-    const [id, layer, isProtected, bitrateIndex, samplingIndex, padding, privateBit, mode, modeExt, copyright, original,
-      emphasis] = details.header.subarray(i * 12, i * 12 + 12);
-    const at = (array, ...places) => (array ? array[places.reduce((sum, [place, size]) => sum * size + place, i)] : NaN);
+    const [
+      id,
+      layer,
+      isProtected,
+      bitrateIndex,
+      samplingIndex,
+      padding,
+      privateBit,
+      mode,
+      modeExt,
+      copyright,
+      original,
+      emphasis,
+    ] = details.header.subarray(i * 12, i * 12 + 12);
+    const at = (array, ...places) =>
+      array ? array[places.reduce((sum, [place, size]) => sum * size + place, i)] : NaN;
     return {
-      number: details.frame[i], offset: details.offset[i], status: details.status[i],
+      number: details.frame[i],
+      offset: details.offset[i],
+      status: details.status[i],
       content: details.content.subarray(details.at[i], details.at[i + 1]),
-      id, layer, isProtected, bitrateIndex, samplingIndex, padding, privateBit, mode, modeExt, copyright, original, emphasis,
+      id,
+      layer,
+      isProtected,
+      bitrateIndex,
+      samplingIndex,
+      padding,
+      privateBit,
+      mode,
+      modeExt,
+      copyright,
+      original,
+      emphasis,
       table: report.tables[details.table[i]],
-      channels: details.channels[i], sblimit: details.sblimit[i], bound: Math.min(details.bound[i], details.sblimit[i]),
-      kbps: details.kbps[i], freqHz: details.freqHz[i],
-      checkGiven: details.checkGiven[i], checkComputed: details.checkComputed[i],
+      channels: details.channels[i],
+      sblimit: details.sblimit[i],
+      bound: Math.min(details.bound[i], details.sblimit[i]),
+      kbps: details.kbps[i],
+      freqHz: details.freqHz[i],
+      checkGiven: details.checkGiven[i],
+      checkComputed: details.checkComputed[i],
       bits: Array.from(details.bits.subarray(i * 7, i * 7 + 7)),
       allocation: (ch, sb) => at(details.allocation, [ch, channels], [sb, subbands]),
       selection: (ch, sb) => at(details.selection, [ch, channels], [sb, subbands]),
@@ -52,15 +82,23 @@
   /** The header, a row a field: [name, bits as stored, meaning]. */
   qav.headerRows = (frame) => {
     const fields = [
-      ["Sync word", 12, ""], ["ID", 1, frame.id ? "MPEG-1" : "MPEG-2, low sampling frequencies"],
+      ["Sync word", 12, ""],
+      ["ID", 1, frame.id ? "MPEG-1" : "MPEG-2, low sampling frequencies"],
       ["Layer", 2, frame.layer === 1 ? "I" : "II"],
       ["Protection bit", 1, frame.isProtected ? "a check word follows" : "no check word"],
-      ["Bitrate index", 4, frame.kbps + " kbit/s"], ["Sampling frequency", 2, qav.number(frame.freqHz) + " Hz"],
-      ["Padding bit", 1, frame.padding ? "one slot more" : "no padding"], ["Private bit", 1, ""],
+      ["Bitrate index", 4, frame.kbps + " kbit/s"],
+      ["Sampling frequency", 2, qav.number(frame.freqHz) + " Hz"],
+      ["Padding bit", 1, frame.padding ? "one slot more" : "no padding"],
+      ["Private bit", 1, ""],
       ["Mode", 2, qav.MODES[frame.mode]],
-      ["Mode extension", 2, frame.mode === 1 ? `joint from subband ${[4, 8, 12, 16][frame.modeExt]}` : "not used in this mode"],
+      [
+        "Mode extension",
+        2,
+        frame.mode === 1 ? `joint from subband ${[4, 8, 12, 16][frame.modeExt]}` : "not used in this mode",
+      ],
       ["Copyright", 1, frame.copyright ? "protected" : "not protected"],
-      ["Original", 1, frame.original ? "original" : "copy"], ["Emphasis", 2, EMPHASIS[frame.emphasis]],
+      ["Original", 1, frame.original ? "original" : "copy"],
+      ["Emphasis", 2, EMPHASIS[frame.emphasis]],
     ];
     let start = 0;
     return fields.map(([name, width, meaning]) => {
@@ -81,11 +119,13 @@
       fields.push({ start: at, width, section, name });
       at += width;
     };
-    const of = (sb, ch) => `subband ${sb}` + (frame.channels === 1 ? "" : ch === null ? ", both channels"
-      : ", " + channelNames[ch].toLowerCase());
+    const of = (sb, ch) =>
+      `subband ${sb}` +
+      (frame.channels === 1 ? "" : ch === null ? ", both channels" : ", " + channelNames[ch].toLowerCase());
     const pairs = []; // (subband, channel) in the order of the stream; a joint subband is stored once, for both
     for (let sb = 0; sb < frame.sblimit; sb++) {
-      for (let ch = 0; ch < frame.channels; ch++) pairs.push({ sb, ch, joint: frame.channels === 2 && sb >= frame.bound });
+      for (let ch = 0; ch < frame.channels; ch++)
+        pairs.push({ sb, ch, joint: frame.channels === 2 && sb >= frame.bound });
     }
     const once = pairs.filter(({ ch, joint }) => ch === 0 || !joint);
     const coded = ({ sb, ch }) => frame.allocation(ch, sb) > 0;
@@ -93,16 +133,21 @@
     for (const row of qav.headerRows(frame)) add(0, row.width, row.name.toLowerCase());
     if (frame.bits[1]) add(1, 16, "check word");
     for (const { sb, ch, joint } of once) {
-      if (frame.table.allocationBits[sb]) add(2, frame.table.allocationBits[sb], "allocation, " + of(sb, joint ? null : ch));
+      if (frame.table.allocationBits[sb])
+        add(2, frame.table.allocationBits[sb], "allocation, " + of(sb, joint ? null : ch));
     }
     if (frame.layer === 2) {
       for (const { sb, ch } of pairs.filter(coded)) add(3, 2, "selection information, " + of(sb, ch));
     }
     for (const { sb, ch } of pairs.filter(coded)) {
-      const sent = frame.layer === 1 ? [[]] : SCALE_FACTORS_SENT[frame.selection(ch, sb)] ?? [];
+      const sent = frame.layer === 1 ? [[]] : (SCALE_FACTORS_SENT[frame.selection(ch, sb)] ?? []);
       for (const thirds of sent) {
-        const which = thirds.length === 1 ? `, third ${thirds[0] + 1}`
-          : thirds.length === 2 ? `, thirds ${thirds[0] + 1} and ${thirds[1] + 1}` : "";
+        const which =
+          thirds.length === 1
+            ? `, third ${thirds[0] + 1}`
+            : thirds.length === 2
+              ? `, thirds ${thirds[0] + 1} and ${thirds[1] + 1}`
+              : "";
         add(4, 6, "scale factor, " + of(sb, ch) + which);
       }
     }

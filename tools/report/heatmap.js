@@ -16,7 +16,8 @@
     let last = -1;
     for (let x = 0; x < width; x++) {
       const column = Math.floor((p.from + (x + 0.5) * p.step) / shift);
-      if (column === last) { // as wide as the one before
+      if (column === last) {
+        // as wide as the one before
         for (let row = 0; row < bands; row++) pixels[row * width + x] = pixels[row * width + x - 1];
         continue;
       }

@@ -29,9 +29,22 @@
     find("timeline").scrollIntoView({ block: "start" });
   });
 
-  const titles = [["findings", "Findings"], ["timeline", "Time line"], ["frame", "Frame"], ["distributions", "Distributions"], ["against", "Against"]];
-  find("contents").append(qav.html("ul", null, titles.filter(([id]) => !find(id).hidden)
-    .map(([id, name]) => qav.html("li", null, qav.html("a", { href: "#" + id }, name)))));
+  const titles = [
+    ["findings", "Findings"],
+    ["timeline", "Time line"],
+    ["frame", "Frame"],
+    ["distributions", "Distributions"],
+    ["against", "Against"],
+  ];
+  find("contents").append(
+    qav.html(
+      "ul",
+      null,
+      titles
+        .filter(([id]) => !find(id).hidden)
+        .map(([id, name]) => qav.html("li", null, qav.html("a", { href: "#" + id }, name))),
+    ),
+  );
   find("foot").append(`Written by ${report.tool}. This page holds all its data and loads nothing.`);
 
   qav.theme.changed = () => {
@@ -42,7 +55,9 @@
   addEventListener("beforeprint", () => qav.theme.print(true));
   addEventListener("afterprint", () => qav.theme.print(false));
 
-  const firstFinding = report.findings.find(({ frame }) => frame >= report.columns.firstFrame && frame < report.columns.endFrame);
+  const firstFinding = report.findings.find(
+    ({ frame }) => frame >= report.columns.firstFrame && frame < report.columns.endFrame,
+  );
   goTo(firstFinding ? firstFinding.frame : report.columns.firstFrame);
   view.refresh();
   document.documentElement.dataset.ready = "yes";

@@ -7,7 +7,7 @@
     "check word": { letter: "C", path: "M0-9 9 0 0 9-9 0Z" },
     "lost sync": { letter: "L", path: "M-8-8H8V8H-8Z" },
     "missing bytes": { letter: "M", path: "M-8-8H8V8H-8Z" },
-    "truncated": { letter: "T", path: "M-9-8H3L9 0 3 8H-9Z" },
+    truncated: { letter: "T", path: "M-9-8H3L9 0 3 8H-9Z" },
     "format change": { letter: "F", path: "M0-9A9 9 0 1 1 0 9 9 9 0 1 1 0-9Z" },
   };
   const OTHER = { letter: "!", path: "M0-10 10 8H-10Z" };
@@ -18,10 +18,18 @@
   /** A sign as an image of its own, for lists and legends. */
   qav.signImage = (finding, count = 1) => {
     const { letter, path } = qav.sign(finding.kind);
-    return qav.svg("svg", { class: "sign" + (finding.warning ? " mild" : ""), viewBox: "-11 -11 22 22", width: 22, height: 22,
-                            "aria-hidden": "true" },
+    return qav.svg(
+      "svg",
+      {
+        class: "sign" + (finding.warning ? " mild" : ""),
+        viewBox: "-11 -11 22 22",
+        width: 22,
+        height: 22,
+        "aria-hidden": "true",
+      },
       qav.svg("path", { d: path }),
-      qav.svg("text", { y: 4, "text-anchor": "middle" }, count > 1 ? (count > 99 ? "∞" : String(count)) : letter));
+      qav.svg("text", { y: 4, "text-anchor": "middle" }, count > 1 ? (count > 99 ? "∞" : String(count)) : letter),
+    );
   };
 
   const sentence = (finding) => `${qav.time(finding.seconds)}, frame ${finding.frame}: ${finding.what}`;
@@ -41,17 +49,32 @@
       else groups.push({ x, findings: [{ finding, index }] });
     });
     const focused = lane.contains(document.activeElement) ? document.activeElement.dataset.first : null;
-    lane.replaceChildren(...groups.map(({ x, findings }) => {
-      const { finding, index } = findings[0];
-      const text = findings.length > 1
-        ? `${findings.length} findings from ${sentence(finding)}` : `${finding.kind}: ${sentence(finding)}`;
-      const button = qav.html("button", {
-        type: "button", class: "marker", title: text, "aria-label": text, "data-frame": finding.frame, "data-first": index,
-        "data-kind": finding.kind, "data-count": findings.length, onclick: () => onChoose(findings),
-      }, qav.signImage(finding, findings.length));
-      button.style.left = ((100 * x) / width).toFixed(3) + "%";
-      return button;
-    }));
+    lane.replaceChildren(
+      ...groups.map(({ x, findings }) => {
+        const { finding, index } = findings[0];
+        const text =
+          findings.length > 1
+            ? `${findings.length} findings from ${sentence(finding)}`
+            : `${finding.kind}: ${sentence(finding)}`;
+        const button = qav.html(
+          "button",
+          {
+            type: "button",
+            class: "marker",
+            title: text,
+            "aria-label": text,
+            "data-frame": finding.frame,
+            "data-first": index,
+            "data-kind": finding.kind,
+            "data-count": findings.length,
+            onclick: () => onChoose(findings),
+          },
+          qav.signImage(finding, findings.length),
+        );
+        button.style.left = ((100 * x) / width).toFixed(3) + "%";
+        return button;
+      }),
+    );
     if (focused !== null) lane.querySelector(`[data-first="${focused}"]`)?.focus({ preventScroll: true });
   };
 })();

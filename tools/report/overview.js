@@ -63,7 +63,10 @@
         view.show(from, from + view.span);
       }
     });
-    for (const end of ["pointerup", "pointercancel"]) strip.addEventListener(end, () => { grip = null; });
+    for (const end of ["pointerup", "pointercancel"])
+      strip.addEventListener(end, () => {
+        grip = null;
+      });
 
     view.on("zoom", place);
     place();

@@ -65,13 +65,25 @@
   function band(p, low, high, scale, { ink, points }) {
     const { context, ratio } = p;
     const tops = new Float32Array(p.width);
-    each(p, high, (x, value) => { tops[x] = value; }, points);
+    each(
+      p,
+      high,
+      (x, value) => {
+        tops[x] = value;
+      },
+      points,
+    );
     context.fillStyle = qav.ink(ink);
-    each(p, low, (x, value) => {
-      if (value !== value) return;
-      const top = toY(p, scale, tops[x]);
-      context.fillRect(x, top, 1, Math.max(toY(p, scale, value) - top, ratio));
-    }, points);
+    each(
+      p,
+      low,
+      (x, value) => {
+        if (value !== value) return;
+        const top = toY(p, scale, tops[x]);
+        context.fillRect(x, top, 1, Math.max(toY(p, scale, value) - top, ratio));
+      },
+      points,
+    );
   }
 
   /** Series upon each other, the first at the foot, a hair of ground between them. */

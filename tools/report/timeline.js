@@ -1,29 +1,46 @@
 "use strict";
 // The time line: the lanes below each other on one axis, and all that moves the zoom and the cursor.
 (() => {
-  const KEYS = [["← →", "cursor by a column; with Shift by a tenth of the view"], ["↑ ↓", "cursor to another subband"],
-                ["+ −", "zoom in and out at the cursor"], ["0", "show everything"], ["Home End", "cursor to either end"],
-                ["N P", "next and previous finding"], ["Enter", "show the frame at the cursor"]];
+  const KEYS = [
+    ["← →", "cursor by a column; with Shift by a tenth of the view"],
+    ["↑ ↓", "cursor to another subband"],
+    ["+ −", "zoom in and out at the cursor"],
+    ["0", "show everything"],
+    ["Home End", "cursor to either end"],
+    ["N P", "next and previous finding"],
+    ["Enter", "show the frame at the cursor"],
+  ];
 
   function legendOf(legend) {
     if (!legend.length) return null;
-    return qav.html("ul", { class: "legend" }, legend.map((entry) => {
-      if (entry.ramp) {
-        const bar = qav.html("span", { class: "ramp", "data-ramp": entry.ramp });
-        bar.style.backgroundImage = qav.gradient(entry.ramp);
-        return qav.html("li", { class: "scale" }, qav.html("span", null, entry.from), bar, qav.html("span", null, entry.to));
-      }
-      const mark = qav.html("span", { class: "mark " + entry.mark });
-      mark.style.setProperty("--mark", `var(--${entry.ink})`);
-      return qav.html("li", null, mark, entry.name);
-    }));
+    return qav.html(
+      "ul",
+      { class: "legend" },
+      legend.map((entry) => {
+        if (entry.ramp) {
+          const bar = qav.html("span", { class: "ramp", "data-ramp": entry.ramp });
+          bar.style.backgroundImage = qav.gradient(entry.ramp);
+          return qav.html(
+            "li",
+            { class: "scale" },
+            qav.html("span", null, entry.from),
+            bar,
+            qav.html("span", null, entry.to),
+          );
+        }
+        const mark = qav.html("span", { class: "mark " + entry.mark });
+        mark.style.setProperty("--mark", `var(--${entry.ink})`);
+        return qav.html("li", null, mark, entry.name);
+      }),
+    );
   }
 
-  const readingOf = (rows) => rows.map(([name, text, ink]) => {
-    const swatch = ink ? qav.html("span", { class: "mark area" }) : null;
-    if (swatch) swatch.style.setProperty("--mark", `var(--${ink})`);
-    return qav.html("div", null, qav.html("dt", null, swatch, name), qav.html("dd", null, text));
-  });
+  const readingOf = (rows) =>
+    rows.map(([name, text, ink]) => {
+      const swatch = ink ? qav.html("span", { class: "mark area" }) : null;
+      if (swatch) swatch.style.setProperty("--mark", `var(--${ink})`);
+      return qav.html("div", null, qav.html("dt", null, swatch, name), qav.html("dd", null, text));
+    });
 
   qav.makeTimeline = (section, report, view, showFrame) => {
     const { columns } = report;
@@ -31,60 +48,147 @@
     const single = columns.framesPerColumn === 1;
 
     // ---- what stands above the lanes
-    const button = (text, label, onclick) => qav.html("button", { type: "button", title: label, "aria-label": label, onclick }, text);
+    const button = (text, label, onclick) =>
+      qav.html("button", { type: "button", title: label, "aria-label": label, onclick }, text);
     const here = qav.html("output", { class: "here" });
     const open = qav.html("button", { type: "button", class: "open", onclick: () => toFrame(true) }, "Show this frame");
-    const channelChoice = report.channels === 2
-      ? qav.html("label", { class: "choice" }, "Channels ",
-        qav.html("select", {
-          id: "channel-choice",
-          onchange: (event) => view.chooseChannel(event.target.value === "both" ? "both" : Number(event.target.value)),
-        }, qav.html("option", { value: "both" }, "both"),
-          report.channelNames.map((name, i) => qav.html("option", { value: i }, name.toLowerCase()))))
-      : null;
-    const laneChoice = qav.html("details", { class: "menu" }, qav.html("summary", null, "Lanes"),
-      qav.html("div", { class: "menu-body" }, lanes.map((lane) => qav.html("label", null,
-        qav.html("input", {
-          type: "checkbox", checked: true,
-          onchange: (event) => {
-            lane.element.hidden = !event.target.checked;
-            view.refresh();
-          },
-        }), lane.title))));
-    const keyHelp = qav.html("details", { class: "menu" }, qav.html("summary", null, "Keys"),
-      qav.html("dl", { class: "menu-body keys" }, KEYS.map(([key, text]) =>
-        qav.html("div", null, qav.html("dt", null, key.split(" ").map((k) => qav.html("kbd", null, k))), qav.html("dd", null, text))),
-      qav.html("p", null, "Drag a lane to move it; pinch, or turn the wheel with Ctrl held, to zoom.")));
+    const channelChoice =
+      report.channels === 2
+        ? qav.html(
+            "label",
+            { class: "choice" },
+            "Channels ",
+            qav.html(
+              "select",
+              {
+                id: "channel-choice",
+                onchange: (event) =>
+                  view.chooseChannel(event.target.value === "both" ? "both" : Number(event.target.value)),
+              },
+              qav.html("option", { value: "both" }, "both"),
+              report.channelNames.map((name, i) => qav.html("option", { value: i }, name.toLowerCase())),
+            ),
+          )
+        : null;
+    const laneChoice = qav.html(
+      "details",
+      { class: "menu" },
+      qav.html("summary", null, "Lanes"),
+      qav.html(
+        "div",
+        { class: "menu-body" },
+        lanes.map((lane) =>
+          qav.html(
+            "label",
+            null,
+            qav.html("input", {
+              type: "checkbox",
+              checked: true,
+              onchange: (event) => {
+                lane.element.hidden = !event.target.checked;
+                view.refresh();
+              },
+            }),
+            lane.title,
+          ),
+        ),
+      ),
+    );
+    const keyHelp = qav.html(
+      "details",
+      { class: "menu" },
+      qav.html("summary", null, "Keys"),
+      qav.html(
+        "dl",
+        { class: "menu-body keys" },
+        KEYS.map(([key, text]) =>
+          qav.html(
+            "div",
+            null,
+            qav.html(
+              "dt",
+              null,
+              key.split(" ").map((k) => qav.html("kbd", null, k)),
+            ),
+            qav.html("dd", null, text),
+          ),
+        ),
+        qav.html("p", null, "Drag a lane to move it; pinch, or turn the wheel with Ctrl held, to zoom."),
+      ),
+    );
     for (const menu of [laneChoice, keyHelp]) {
       menu.addEventListener("toggle", () => {
         if (menu.open) for (const other of [laneChoice, keyHelp]) if (other !== menu) other.open = false;
       });
     }
-    const tools = qav.html("div", { class: "tools", role: "toolbar", "aria-label": "Time line" },
-      qav.html("div", { class: "group" }, button("−", "Zoom out", () => view.zoom(2)), button("+", "Zoom in", () => view.zoom(0.5)),
-        button("All", "Show everything", () => view.fit())),
-      report.findings.length ? qav.html("div", { class: "group" },
-        button("‹ Finding", "Previous finding", () => toFinding(-1)), button("Finding ›", "Next finding", () => toFinding(1))) : null,
-      channelChoice, laneChoice, keyHelp, qav.html("span", { class: "spring" }), here, open);
+    const tools = qav.html(
+      "div",
+      { class: "tools", role: "toolbar", "aria-label": "Time line" },
+      qav.html(
+        "div",
+        { class: "group" },
+        button("−", "Zoom out", () => view.zoom(2)),
+        button("+", "Zoom in", () => view.zoom(0.5)),
+        button("All", "Show everything", () => view.fit()),
+      ),
+      report.findings.length
+        ? qav.html(
+            "div",
+            { class: "group" },
+            button("‹ Finding", "Previous finding", () => toFinding(-1)),
+            button("Finding ›", "Next finding", () => toFinding(1)),
+          )
+        : null,
+      channelChoice,
+      laneChoice,
+      keyHelp,
+      qav.html("span", { class: "spring" }),
+      here,
+      open,
+    );
 
     const overview = qav.makeOverview(report, view);
     const ruler = qav.svg("svg", { class: "ruler", "aria-hidden": "true" });
-    const slider = qav.html("div", {
-      class: "slider", role: "slider", tabindex: 0, id: "cursor", "aria-label": "Cursor", "aria-valuemin": columns.firstFrame,
-      "aria-valuemax": columns.endFrame - 1, "aria-describedby": "keys-told",
-    }, ruler);
+    const slider = qav.html(
+      "div",
+      {
+        class: "slider",
+        role: "slider",
+        tabindex: 0,
+        id: "cursor",
+        "aria-label": "Cursor",
+        "aria-valuemin": columns.firstFrame,
+        "aria-valuemax": columns.endFrame - 1,
+        "aria-describedby": "keys-told",
+      },
+      ruler,
+    );
     const markers = qav.html("div", { class: "markers", role: "group", "aria-label": "Findings in view" });
-    const row = (className, name, plot) => qav.html("div", { class: "row " + className },
-      qav.html("div", { class: "row-name" }, name), qav.html("div", { class: "row-plot" }, plot));
+    const row = (className, name, plot) =>
+      qav.html(
+        "div",
+        { class: "row " + className },
+        qav.html("div", { class: "row-name" }, name),
+        qav.html("div", { class: "row-plot" }, plot),
+      );
 
     // ---- the lanes
     function buildLane(lane) {
       lane.reading = qav.html("dl", { class: "reading" });
       lane.body = qav.html("div", { class: "planes" });
-      lane.element = qav.html("div", { class: "lane", id: "lane-" + lane.id, role: "group", "aria-label": lane.title },
-        qav.html("div", { class: "lane-name" }, qav.html("h3", null, lane.title), qav.html("p", { class: "unit" }, lane.unit),
-          legendOf(lane.legend)),
-        lane.body, lane.reading);
+      lane.element = qav.html(
+        "div",
+        { class: "lane", id: "lane-" + lane.id, role: "group", "aria-label": lane.title },
+        qav.html(
+          "div",
+          { class: "lane-name" },
+          qav.html("h3", null, lane.title),
+          qav.html("p", { class: "unit" }, lane.unit),
+          legendOf(lane.legend),
+        ),
+        lane.body,
+        lane.reading,
+      );
       buildPlanes(lane);
       return lane.element;
     }
@@ -92,8 +196,13 @@
       lane.drawn = lane.planes().map((plane) => {
         const axis = qav.svg("svg", { class: "axis", "aria-hidden": "true" });
         const canvas = qav.html("canvas", { role: "img", "aria-label": `${lane.title}. ${plane.describe}.` });
-        const place = qav.html("div", { class: "plane" }, axis, canvas,
-          plane.label ? qav.html("span", { class: "channel", "aria-hidden": "true" }, plane.label) : null);
+        const place = qav.html(
+          "div",
+          { class: "plane" },
+          axis,
+          canvas,
+          plane.label ? qav.html("span", { class: "channel", "aria-hidden": "true" }, plane.label) : null,
+        );
         place.style.height = lane.height + "px";
         return { ...plane, axis, canvas, place };
       });
@@ -104,17 +213,34 @@
     const field = qav.html("div", { class: "lanes" }, lanes.map(buildLane), cursorLine, chosenLine);
 
     section.append(
-      qav.html("div", { class: "section-head" }, qav.html("h2", { id: "timeline-title" }, "Time line"),
-        qav.html("p", { class: "note" }, single ? "Each column is a frame."
-          : `Each column is ${columns.framesPerColumn} frames, about ${columns.unit === "second" ? "a second"
-            : qav.number(report.secondsAt(1) - report.secondsAt(0)) + " seconds"}. For single frames, inspect a part: qav inspect --from 1:00 --to 3:00.`)),
+      qav.html(
+        "div",
+        { class: "section-head" },
+        qav.html("h2", { id: "timeline-title" }, "Time line"),
+        qav.html(
+          "p",
+          { class: "note" },
+          single
+            ? "Each column is a frame."
+            : `Each column is ${columns.framesPerColumn} frames, about ${
+                columns.unit === "second"
+                  ? "a second"
+                  : qav.number(report.secondsAt(1) - report.secondsAt(0)) + " seconds"
+              }. For single frames, inspect a part: qav inspect --from 1:00 --to 3:00.`,
+        ),
+      ),
       report.model ? qav.html("p", { class: "note" }, report.model.text) : null,
       qav.html("p", { class: "unseen", id: "keys-told" }, KEYS.map(([key, text]) => `${key}: ${text}`).join("; ")),
       tools,
       row("overview-row", "Overview", overview.strip),
-      qav.html("div", { class: "top" }, row("ruler-row", "", slider),
-        report.findings.length ? row("marker-row", "Findings", markers) : null),
-      field);
+      qav.html(
+        "div",
+        { class: "top" },
+        row("ruler-row", "", slider),
+        report.findings.length ? row("marker-row", "Findings", markers) : null,
+      ),
+      field,
+    );
 
     // ---- drawing
     let plot = { left: 0, width: 1 };
@@ -158,7 +284,8 @@
       const column = cursor ?? (view.from + view.to) / 2;
       const frame = report.frameAt(Math.floor(column));
       const seconds = report.secondsAt(Math.floor(column));
-      const told = single ? `frame ${qav.number(frame)}`
+      const told = single
+        ? `frame ${qav.number(frame)}`
         : `frames ${qav.number(frame)} to ${qav.number(Math.min(frame + columns.framesPerColumn, columns.endFrame) - 1)}`;
       here.textContent = cursor === null ? "" : `${qav.time(seconds)} · ${told}`;
       open.disabled = cursor === null;
@@ -196,15 +323,22 @@
     }
     function toFinding(step) {
       const at = view.cursor === null ? -1 : report.frameAt(single ? Math.floor(view.cursor) : view.cursor);
-      const ahead = report.findings.filter(({ frame }) => (step > 0 ? frame > at : frame < at)
-        && frame >= columns.firstFrame && frame <= columns.endFrame);
+      const ahead = report.findings.filter(
+        ({ frame }) => (step > 0 ? frame > at : frame < at) && frame >= columns.firstFrame && frame <= columns.endFrame,
+      );
       const next = step > 0 ? ahead[0] : ahead.at(-1);
       if (next) chooseFinding(next);
     }
     function stepCursor(columnsBy, subbandsBy = 0) {
       const column = view.cursor ?? view.from;
-      const to = qav.clamp(view.cursor === null ? column : Math.floor(column) + columnsBy + 1e-3, 0, columns.count - 1e-3);
-      const subband = subbandsBy ? (view.subband ?? (subbandsBy > 0 ? -1 : report.subbands)) + subbandsBy : view.subband;
+      const to = qav.clamp(
+        view.cursor === null ? column : Math.floor(column) + columnsBy + 1e-3,
+        0,
+        columns.count - 1e-3,
+      );
+      const subband = subbandsBy
+        ? (view.subband ?? (subbandsBy > 0 ? -1 : report.subbands)) + subbandsBy
+        : view.subband;
       view.moveCursor(to, subband);
       view.reveal(to);
     }
@@ -213,13 +347,24 @@
       const far = Math.max(Math.round(view.span / 10), 1);
       const by = event.shiftKey ? far : 1;
       const act = {
-        ArrowLeft: () => stepCursor(-by), ArrowRight: () => stepCursor(by),
-        ArrowUp: () => stepCursor(0, 1), ArrowDown: () => stepCursor(0, -1),
-        PageUp: () => stepCursor(-far), PageDown: () => stepCursor(far),
-        Home: () => stepCursor(-columns.count), End: () => stepCursor(columns.count),
-        "+": () => view.zoom(0.5), "=": () => view.zoom(0.5), "-": () => view.zoom(2), 0: () => view.fit(),
-        n: () => toFinding(1), N: () => toFinding(1), p: () => toFinding(-1), P: () => toFinding(-1),
-        Enter: () => toFrame(true), Escape: () => view.moveCursor(null, null),
+        ArrowLeft: () => stepCursor(-by),
+        ArrowRight: () => stepCursor(by),
+        ArrowUp: () => stepCursor(0, 1),
+        ArrowDown: () => stepCursor(0, -1),
+        PageUp: () => stepCursor(-far),
+        PageDown: () => stepCursor(far),
+        Home: () => stepCursor(-columns.count),
+        End: () => stepCursor(columns.count),
+        "+": () => view.zoom(0.5),
+        "=": () => view.zoom(0.5),
+        "-": () => view.zoom(2),
+        0: () => view.fit(),
+        n: () => toFinding(1),
+        N: () => toFinding(1),
+        p: () => toFinding(-1),
+        P: () => toFinding(-1),
+        Enter: () => toFrame(true),
+        Escape: () => view.moveCursor(null, null),
       }[event.key];
       if (!act) return;
       event.preventDefault();
@@ -235,7 +380,11 @@
       const lane = lanes.find(({ map, drawn }) => map && drawn.some((plane) => plane.canvas === canvas));
       if (!lane) return null;
       const box = canvas.getBoundingClientRect();
-      return qav.clamp(Math.floor((1 - (event.clientY - box.top) / box.height) * report.subbands), 0, report.subbands - 1);
+      return qav.clamp(
+        Math.floor((1 - (event.clientY - box.top) / box.height) * report.subbands),
+        0,
+        report.subbands - 1,
+      );
     };
     const pointers = new Map(); // those that are down: where they were last
     let dragged = 0;
@@ -252,7 +401,8 @@
         if (dragged > 4) {
           if (!field.hasPointerCapture(event.pointerId)) field.setPointerCapture(event.pointerId);
           const others = [...pointers].filter(([id]) => id !== event.pointerId);
-          if (others.length) { // two fingers: their distance is the zoom
+          if (others.length) {
+            // two fingers: their distance is the zoom
             const other = others[0][1];
             const [old, now] = [Math.abs(before - other), Math.abs(event.clientX - other)];
             if (old > 8 && now > 8) {
@@ -284,18 +434,22 @@
       const column = columnOfEvent(event);
       if (column !== null) view.moveCursor(column);
     });
-    section.addEventListener("wheel", (event) => {
-      const column = columnOfEvent(event);
-      if (column === null) return;
-      const unit = event.deltaMode === 1 ? 16 : 1;
-      if (event.ctrlKey || event.metaKey) {
-        event.preventDefault();
-        view.zoom(Math.exp(event.deltaY * unit * 0.004), column);
-      } else if (event.deltaX || event.shiftKey) {
-        event.preventDefault();
-        view.pan(((event.deltaX || event.deltaY) * unit / plot.width) * view.span);
-      }
-    }, { passive: false });
+    section.addEventListener(
+      "wheel",
+      (event) => {
+        const column = columnOfEvent(event);
+        if (column === null) return;
+        const unit = event.deltaMode === 1 ? 16 : 1;
+        if (event.ctrlKey || event.metaKey) {
+          event.preventDefault();
+          view.zoom(Math.exp(event.deltaY * unit * 0.004), column);
+        } else if (event.deltaX || event.shiftKey) {
+          event.preventDefault();
+          view.pan((((event.deltaX || event.deltaY) * unit) / plot.width) * view.span);
+        }
+      },
+      { passive: false },
+    );
 
     view.on("zoom", draw);
     view.on("cursor", drawCursor);

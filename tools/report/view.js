@@ -19,14 +19,19 @@
     }
 
     const view = {
-      from: 0, to: count,    // columns, not whole
-      cursor: null,          // column, not whole; null: no cursor
-      subband: null,         // the cursor's other coordinate
-      frame: null,           // the chosen frame
-      channel: "both",       // or 0, 1: what the maps show
+      from: 0,
+      to: count, // columns, not whole
+      cursor: null, // column, not whole; null: no cursor
+      subband: null, // the cursor's other coordinate
+      frame: null, // the chosen frame
+      channel: "both", // or 0, 1: what the maps show
 
-      on(what, listener) { listeners[what].push(listener); },
-      get span() { return view.to - view.from; },
+      on(what, listener) {
+        listeners[what].push(listener);
+      },
+      get span() {
+        return view.to - view.from;
+      },
 
       show(from, to) {
         const span = qav.clamp(to - from, least, count);
@@ -44,8 +49,12 @@
         tell("zoom");
         tell("cursor");
       },
-      pan(columns) { view.show(view.from + columns, view.to + columns); },
-      fit() { view.show(0, count); },
+      pan(columns) {
+        view.show(view.from + columns, view.to + columns);
+      },
+      fit() {
+        view.show(0, count);
+      },
 
       moveCursor(column, subband = view.subband) {
         view.cursor = column === null ? null : qav.clamp(column, 0, count - 1e-3);
