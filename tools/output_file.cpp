@@ -39,6 +39,9 @@ constexpr size_t kPipeWriteBytes = PIPE_BUF;
   fail("cannot be written: " + errorText(error), remedy);
 }
 
+// Whether a write can wait for somebody who reads: pipes, sockets and terminals; not /dev/null.
+bool mayKeepWaiting(int fd, mode_t mode) { return S_ISCHR(mode) ? isatty(fd) != 0 : !S_ISREG(mode); }
+
 [[noreturn]] void failExists() { fail("exists already", "use -f to overwrite it, or choose another name with -o"); }
 
 // The folder of a path, with its slash; empty for the current one.
@@ -91,7 +94,7 @@ OutputFile::OutputFile(const std::string &name, bool overwrite)
     struct stat status {};
     if (fstat(fd_, &status) != 0) failWrite(errno);
     const bool regular = S_ISREG(status.st_mode);
-    mayWait_ = !regular;
+    mayWait_ = mayKeepWaiting(fd_, status.st_mode);
     // Redirected to a file: its beginning can still be corrected, unless everything is appended.
     start_ = regular ? lseek(fd_, 0, SEEK_CUR) : -1;
     canPatch_ = start_ >= 0 && (fcntl(fd_, F_GETFL) & O_APPEND) == 0;
@@ -108,7 +111,8 @@ void OutputFile::openTarget(const std::string &name, bool overwrite) {
   if (exists && !S_ISREG(status.st_mode)) {
     fd_ = open(name.c_str(), O_WRONLY | O_CLOEXEC | O_NOCTTY);
     if (fd_ < 0) failWrite(errno);
-    owned_ = mayWait_ = true;
+    owned_ = true;
+    mayWait_ = mayKeepWaiting(fd_, status.st_mode);
     return;
   }
   if (exists) {

@@ -22,11 +22,17 @@ PcmPipeline::PcmPipeline(PcmReader &reader, const PcmSettings &settings, Loudnes
   }
   const bool averages = inChannels_ > settings.channels;
   isExact_ = in.fits16 && !averages && !soxr_ && settings.gainDb == 0.0;
+  isUntouched_ = isExact_ && inChannels_ == settings.channels && !filter_ && !linear_ && !meter_;
   read16_.resize(in.fits16 ? kBlockFrames * inChannels_ : 0);
   readDouble_.reserve(kBlockFrames * 2);
 }
 
 size_t PcmPipeline::read(int16_t *to, size_t frames) {
+  if (isUntouched_) {
+    const size_t n = reader_.read(to, frames);
+    inputFrames_ += n;
+    return n;
+  }
   const size_t wanted = frames * settings_.channels;
   size_t done = 0;
   while (done < wanted) {

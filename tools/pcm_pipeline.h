@@ -55,7 +55,8 @@ class PcmPipeline {
   PcmSettings settings_;
   LoudnessMeter *meter_;
   unsigned inChannels_;
-  bool isExact_;  // nothing needs more than 16 bits on the way
+  bool isExact_;      // nothing needs more than 16 bits on the way
+  bool isUntouched_;  // and nothing is done to them at all
   double factor_;
   Quantiser quantiser_;
   std::optional<EightBitFilter> filter_;

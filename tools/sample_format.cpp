@@ -4,6 +4,7 @@
 
 #include <array>
 #include <bit>
+#include <cstring>
 #include <utility>
 
 namespace qav::tool {
@@ -80,14 +81,14 @@ std::string formatName(const SampleFormat &format) {
 }
 
 void toInt16(const SampleFormat &format, const uint8_t *from, int16_t *to, size_t count) {
-  const unsigned offset = format.kind == kUnsigned ? 0x8000 : 0;
   if (format.bytes == 1) {
+    const unsigned offset = format.kind == kUnsigned ? 0x8000 : 0;
     for (size_t i = 0; i < count; ++i) to[i] = static_cast<int16_t>((unsigned{from[i]} << 8) ^ offset);
     return;
   }
-  const size_t high = format.bigEndian ? 0 : 1;
-  for (size_t i = 0; i < count; ++i)
-    to[i] = static_cast<int16_t>((unsigned{from[2 * i + high]} << 8 | from[2 * i + 1 - high]) ^ offset);
+  std::memcpy(to, from, 2 * count);
+  if (format.bigEndian != (std::endian::native == std::endian::big))
+    for (size_t i = 0; i < count; ++i) to[i] = static_cast<int16_t>(__builtin_bswap16(static_cast<uint16_t>(to[i])));
 }
 
 void toDouble(const SampleFormat &format, const uint8_t *from, double *to, size_t count) {
