@@ -9,6 +9,7 @@ const std::vector<Subcommand> subcommands = {
     {"decode", "decode MPEG audio into WAV files", runDecode},
     {"check", "say whether MPEG audio is whole, and what is wrong with it", runCheck},
     {"info", "say what is in MPEG audio files", runInfo},
+    {"inspect", "show what is in MPEG audio and where its bits went, as a page", runInspect},
     {"cut", "cut a part out of MPEG audio, without encoding anew", runCut},
     {"join", "join MPEG audio streams, without encoding anew", runJoin},
     {"resample", "convert PCM files to another sampling rate", runResample},

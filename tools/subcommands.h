@@ -8,6 +8,7 @@ int runCut(int argc, char **argv);
 int runDecode(int argc, char **argv);
 int runEncode(int argc, char **argv);
 int runInfo(int argc, char **argv);
+int runInspect(int argc, char **argv);
 int runJoin(int argc, char **argv);
 int runResample(int argc, char **argv);
 

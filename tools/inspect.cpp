@@ -1,0 +1,93 @@
+// qav inspect: a report about what is in a stream and where its bits went.
+#include <fmt/format.h>
+#include <unistd.h>
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "tools/batch.h"
+#include "tools/command_line.h"
+#include "tools/inspect_csv.h"
+#include "tools/inspect_page.h"
+#include "tools/inspect_report.h"
+#include "tools/message.h"
+#include "tools/output_file.h"
+#include "tools/output_names.h"
+#include "tools/subcommands.h"
+#include "tools/time_argument.h"
+
+namespace qav::tool {
+
+namespace {
+
+struct InspectOptions : CommonOptions {
+  InspectRange range;
+  bool csv = false;
+};
+
+int inspectOne(Job &job, const InspectOptions &options, const std::string &outputName) {
+  FrameReader reader(job.input(), {.measureLoudness = true, .estimateMasking = true});
+  // Before the work, so that a report that cannot be written costs none.
+  std::optional<OutputFile> page;
+  if (!outputName.empty()) page.emplace(outputName, options.force);
+  InspectReport report(options.range, ModelSource::estimate);
+  if (options.csv && job.index() == 0) job.out(csvHead());
+  while (const InspectedFrame *const frame = reader.next()) {
+    job.advance(reader.input().fractionAt(frame->place.offset), frame->place.seconds);
+    report.add(*frame, reader.report());
+    if (options.csv && options.range.holds(*frame)) job.out(csvLine(job.input(), *frame));
+  }
+  if (report.columns().isEmpty())
+    fail(fmt::format("holds no frame between --from and --to; it lasts {}", timeText(reader.report().seconds())),
+         "choose an earlier part");
+
+  const int status = reader.report().verdict() == Verdict::good ? kGood : kDamaged;
+  if (page) {
+    const std::string text =
+        reportPage(report.json(job.input(), status, reader, ArrayWriter(ArrayWriter::Form::packed)));
+    page->write(text.data(), text.size());
+    page->commit();
+  }
+  if (job.wantsObject()) {
+    Json json{{"status", status}};
+    json.update(options.json ? report.json(job.input(), status, reader, ArrayWriter(ArrayWriter::Form::plain))
+                             : reader.report().json(status));
+    if (page) json["output"] = toUtf8(outputName);
+    job.object(json);
+  }
+  return status;
+}
+
+}  // namespace
+
+int runInspect(int argc, char **argv) {
+  CommandLine line(
+      "inspect", "Show what is in a Layer I or II stream and where its bits went, as one page for a browser.",
+      "  qav inspect concert.mp2                        writes concert.html\n"
+      "  qav inspect --from 1:00 --to 1:30 concert.mp2  frame by frame, where the whole is too long for it\n"
+      "  qav inspect --csv concert.mp2                  a table of the frames");
+  InspectOptions options;
+  line.addInputs(options, kMpegExtensions);
+  line.addOutput(options, "the page; default: beside the input; none with --json or --csv alone");
+  std::string from, to;
+  line.app().add_option("--from", from, "begin there: seconds, or hours:minutes:seconds")->type_name("TIME");
+  line.app().add_option("--to", to, "end there")->type_name("TIME");
+  line.app().add_flag("--csv", options.csv, "a line for each frame, on standard output");
+  int status = kGood;
+  if (!line.parse(argc, argv, status)) return status;
+  if (!from.empty()) options.range.from = parseTime("--from", from);
+  if (!to.empty()) options.range.to = parseTime("--to", to);
+  if (options.range.to <= options.range.from) failUsage("--to lies before --from", "choose a later end");
+  if (options.csv && options.json)
+    failUsage("--csv and --json would both go to standard output", "ask for one of them");
+
+  std::vector<std::string> outputs(options.inputs.size());
+  if (!options.output.empty() || !(options.json || options.csv)) outputs = planOutputs(options, ".html");
+  if (outputs[0] == "-" && (options.json || options.csv))
+    failUsage("the page and what is told about it would both go to standard output", "use -o FILE");
+  if (outputs[0] == "-" && isatty(STDOUT_FILENO)) failUsage("a page is not written to a terminal", "use -o FILE");
+  return runJobs(options, [&](Job &job) { return inspectOne(job, options, outputs[job.index()]); });
+}
+
+}  // namespace qav::tool
