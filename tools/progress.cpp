@@ -117,7 +117,7 @@ void Progress::show(bool always) {
   if (!always && now - shown_ < (style_ == Style::bar ? kBarInterval : kJsonInterval)) return;
   shown_ = now;
   const ProgressState state{inputs_.size(), filesDone_, weighed_ ? std::min(fraction_, 1.0) : -1.0, audioSeconds_,
-                            std::chrono::duration<double>(now - start_).count()};
+                            std::max(std::chrono::duration<double>(now - start_).count(), 0.0)};
   if (style_ == Style::json) {
     fmt::print(stderr, "{}\n", progressJson(state));
   } else {

@@ -1,9 +1,9 @@
 /* Preloaded into the tool, makes system calls go wrong as they do on bad days. Only files under QAV_FAULT_FOLDER and the
  * standard streams are concerned.
  *
- *   QAV_FAULTS   CALL:N:FAULT, several separated by commas. CALL is open, read, write, close or rename; N counts
+ *   QAV_FAULTS   CALL:N:FAULT, several separated by commas. CALL is open, read, write, close, rename or clock; N counts
  *                those calls from 1, * is each of them. FAULT is the name of an error, or `short`: only a part of what
- *                was asked for is done.
+ *                was asked for is done; `ahead`, `back`: the clock leaps by hours at every look.
  *   QAV_FAULT_COUNTS   a file to which, at the end, "CALL NUMBER" lines are written: how often each was called.
  */
 #define _GNU_SOURCE
@@ -16,10 +16,11 @@
 #include <stdlib.h>
 #include <string.h>
 #include <sys/types.h>
+#include <time.h>
 #include <unistd.h>
 
-enum Call { kOpen, kRead, kWrite, kClose, kRename, kCalls };
-static const char *const kNames[kCalls] = {"open", "read", "write", "close", "rename"};
+enum Call { kOpen, kRead, kWrite, kClose, kRename, kClock, kCalls };
+static const char *const kNames[kCalls] = {"open", "read", "write", "close", "rename", "clock"};
 
 static atomic_int counts[kCalls];
 static _Atomic unsigned char watched[1024];
@@ -30,7 +31,7 @@ static const struct {
 } kErrors[] = {{"EIO", EIO},       {"EINTR", EINTR},   {"ENOSPC", ENOSPC}, {"EAGAIN", EAGAIN}, {"EPIPE", EPIPE},
                {"ENOENT", ENOENT}, {"EACCES", EACCES}, {"EMFILE", EMFILE}, {"EDQUOT", EDQUOT}, {"EROFS", EROFS}};
 
-enum { kNone = 0, kShort = -1 }; /* or an error's number */
+enum { kNone = 0, kShort = -1, kAhead = -2, kBack = -3 }; /* or an error's number */
 
 static void *next(const char *name) { return dlsym(RTLD_NEXT, name); }
 
@@ -43,6 +44,8 @@ static int faultOf(enum Call call) {
     if (sscanf(spec, "%15[^:]:%15[^:]:%15[^,]", name, number, fault) == 3 && strcmp(name, kNames[call]) == 0 &&
         (strcmp(number, "*") == 0 || atoi(number) == n)) {
       if (strcmp(fault, "short") == 0) return kShort;
+      if (strcmp(fault, "ahead") == 0) return kAhead;
+      if (strcmp(fault, "back") == 0) return kBack;
       for (size_t i = 0; i < sizeof kErrors / sizeof *kErrors; ++i)
         if (strcmp(fault, kErrors[i].name) == 0) return kErrors[i].number;
       fprintf(stderr, "fault_injector: what is %s?\n", fault);
@@ -147,4 +150,14 @@ int renameat2(int fromFolder, const char *from, int toFolder, const char *to, un
   const int fault = isOurs(to) ? faultOf(kRename) : kNone;
   if (fault > 0) return errno = fault, -1;
   return real(fromFolder, from, toFolder, to, flags);
+}
+
+int clock_gettime(clockid_t clock, struct timespec *time) {
+  int (*const real)(clockid_t, struct timespec *) = (int (*)(clockid_t, struct timespec *))next("clock_gettime");
+  const int result = real(clock, time);
+  const int fault = faultOf(kClock);
+  const time_t hours = atomic_load(&counts[kClock]);
+  if (fault == kAhead) time->tv_sec += 3600 * hours;
+  if (fault == kBack) time->tv_sec -= 3600 * hours;
+  return result;
 }

@@ -1,5 +1,5 @@
 """The tool when the system lets it down: every open, read, write, close and rename that fails, in turn; calls that do
-half of what was asked; folders that vanish; signals at random moments.
+half of what was asked; a clock that jumps; folders that vanish; signals at random moments, and going on after them.
 
     tool_faults.py QAV INJECTOR TEST-DATA [--rounds N]
 
@@ -7,6 +7,7 @@ What must hold: a fault that can be repaired leaves the output as it should be a
 2, one line on standard error, no output and nothing temporary. No file with a final name is ever wrong.
 """
 import argparse
+import json
 import os
 import pathlib
 import random
@@ -150,6 +151,48 @@ def check_vanishing(mp2):
         print("vanishing: the output's folder")
 
 
+def check_clock(source):
+    """A clock that leaps ahead, or back, at every look: only what is told of the progress may mind."""
+    with tempfile.TemporaryDirectory() as place:
+        folder = pathlib.Path(place).resolve()
+        job = ["encode", source, "--progress", "json", "-f", "-o", folder / "out.mp2"]
+        expect(run(job, folder).returncode == 0, "encode with progress works")
+        good = (folder / "out.mp2").read_bytes()
+        for fault in ("ahead", "back"):
+            result = run(job, folder, f"clock:*:{fault}", folder / "counts")
+            asked = dict(line.split() for line in (folder / "counts").read_text().splitlines())["clock"]
+            expect(int(asked) > 2, "the tool asks the clock")
+            expect(result.returncode == 0 and (folder / "out.mp2").read_bytes() == good, f"clock {fault}: {result}")
+            told = [json.loads(line) for line in result.stderr.splitlines()]
+            expect(told[-1]["fraction"] == 1, f"progress when the clock leaps {fault}: {told}")
+            expect(fault == "back" or len(told) > 2, f"told at every leap: {told}")
+            for state in told:
+                expect(state["seconds"] >= 0 and state["timesRealTime"] >= 0 and (state["secondsLeft"] or 0) >= 0, state)
+        print(f"clock: leaps at each of {asked} looks")
+
+
+def check_reports(source):
+    """A report that cannot be written: said, and nothing is done that it does not tell."""
+    with tempfile.TemporaryDirectory() as place:
+        folder = pathlib.Path(place).resolve()
+        job = ["check", source, "--report", folder / "r"]
+        expect(run(job, folder, counts=folder / "counts").returncode == 0, "check with a report works")
+        good = (folder / "r").read_bytes()
+        (folder / "r").unlink()
+        number = dict(line.split() for line in (folder / "counts").read_text().splitlines())
+        for call, faults in {"open": ["EACCES"], "write": ["ENOSPC", "EIO"]}.items():
+            expect(int(number[call]) > 0, f"the report's {call} is watched")
+            for n in range(1, int(number[call]) + 1):
+                for fault in faults:
+                    result = run(job, folder, f"{call}:{n}:{fault}")
+                    expect(result.returncode == 2 and result.stderr.count(b"\n") == 1, f"report, {fault}: {result}")
+                    (folder / "r").unlink(missing_ok=True)
+        for fault in ("write:*:short", "write:1:EINTR"):
+            expect(run(job, folder, fault).returncode == 0 and (folder / "r").read_bytes() == good, f"report, {fault}")
+            (folder / "r").unlink()
+        print("reports: cannot be opened, cannot be written, are written by halves")
+
+
 def check_signals(wave):
     """A batch that is ended at a random moment leaves no file that is taken for a finished one."""
     chance = random.Random(options.seed)
@@ -199,6 +242,38 @@ def check_signals(wave):
                     expect(result.returncode == 0, f"going on after {number.name}: {result.stderr}")
                 expect(all((out / (p.stem + ".mp2")).read_bytes() == good for p in inputs), "complete in the end")
         print(f"signals: {hit} of {3 * options.rounds} batches were ended on their way")
+        resume_killed(inputs, good, duration, folder, chance)
+
+
+def resume_killed(inputs, good, duration, folder, chance):
+    """A batch that is killed again and again, and resumed by its report until it is done."""
+    kills = earlier = 0
+    for turn in range(options.rounds):
+        out, report = folder / "resumed", folder / f"report{turn}"
+        shutil.rmtree(out, ignore_errors=True)
+        job = [options.qav, "encode", "-f", "-j", "2", "--json", "--report", str(report), "--resume", str(report),
+               *map(str, inputs), "-o", str(out) + "/"]
+        # -f: an output may be whole when its line in the report is not.
+        for attempt in range(100):
+            batch = subprocess.Popen(job, stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+            try:
+                told, message = batch.communicate(timeout=chance.uniform(0, duration / 2) if attempt < 6 else 120)
+            except subprocess.TimeoutExpired:
+                batch.kill()
+                batch.communicate()
+                kills += 1
+                for path in out.glob("*.mp2"):
+                    expect(path.read_bytes() == good, f"{path.name} after SIGKILL")
+                continue
+            expect(batch.returncode == 0, f"resuming a killed batch: {message}")
+            earlier += sum(json.loads(line).get("done") == "earlier" for line in told.splitlines())
+            break
+        expect(all((out / (p.stem + ".mp2")).read_bytes() == good for p in inputs), "a resumed batch is complete")
+        told = [json.loads(line) for line in report.read_text().splitlines()]
+        expect({line["file"] for line in told} == {str(p) for p in inputs}, "the report names each input")
+        expect(all(line["status"] == 0 for line in told), "and calls each good")
+    expect(kills > 0 and earlier > 0, f"{kills} killed, {earlier} not done again")
+    print(f"resuming: {options.rounds} batches killed {kills} times in all, {earlier} files spared the last turn")
 
 
 mp2 = options.data / "l2_stereo_44k_192_crc.mp2"
@@ -208,6 +283,8 @@ with tempfile.TemporaryDirectory() as place:
     check_faults("encode", ["encode"], source, ".mp2")
     check_faults("resample", ["resample", "-r", "48000"], source, ".wav")
     check_faults("decode", ["decode"], mp2, ".wav")
+    check_clock(source)
+    check_reports(mp2)
     check_pipes(mp2)
     check_vanishing(mp2)
     check_signals(wav(4))
