@@ -8,6 +8,7 @@
 
 #include "tools/batch.h"
 #include "tools/command_line.h"
+#include "tools/inspect_against.h"
 #include "tools/inspect_csv.h"
 #include "tools/inspect_page.h"
 #include "tools/inspect_report.h"
@@ -23,11 +24,62 @@ namespace {
 
 struct InspectOptions : CommonOptions {
   InspectRange range;
+  std::string against;  // another stream of the same programme
   bool csv = false;
 };
 
+constexpr FrameReader::Options kEverything = {.measureLoudness = true, .estimateMasking = true};
+
+int statusOf(const FrameReader &reader) { return reader.report().verdict() == Verdict::good ? kGood : kDamaged; }
+
+// Another stream that keeps step with the one that is inspected.
+class Comparison {
+ public:
+  Comparison(const std::string &file, const InspectRange &range)
+      : file_(file), reader_(file, {.measureLoudness = true}), against_(range), next_(reader_.next()) {}
+
+  // Of the first stream, in ascending order.
+  void add(const InspectedFrame &frame) {
+    while (next_ && next_->place.frame < frame.place.frame) addOwn();
+    const bool isPair = next_ && next_->place.frame == frame.place.frame;
+    against_.add(&frame, isPair ? next_ : nullptr);
+    if (isPair) next_ = reader_.next();
+  }
+  void finish() {
+    while (next_) addOwn();
+  }
+
+  int status() const { return statusOf(reader_); }
+  std::string text() const { return against_.text(); }
+  Json json(const InspectReport &report, const FrameReader &reader, const ArrayWriter &array) const {
+    return against_.json(file_, status(), reader_, report.columns(), report.endFrame(reader), array);
+  }
+
+ private:
+  void addOwn() {
+    against_.add(nullptr, next_);
+    next_ = reader_.next();
+  }
+
+  std::string file_;
+  FrameReader reader_;
+  InspectAgainst against_;
+  const InspectedFrame *next_;
+};
+
+std::optional<Comparison> comparisonFor(const InspectOptions &options) {
+  if (options.against.empty()) return std::nullopt;
+  try {
+    return std::make_optional<Comparison>(options.against, options.range);
+  } catch (const Failure &failure) {
+    throw Failure(failure.status,
+                  {"--against " + displayName(options.against), failure.complaint.what, failure.complaint.remedy});
+  }
+}
+
 int inspectOne(Job &job, const InspectOptions &options, const std::string &outputName) {
-  FrameReader reader(job.input(), {.measureLoudness = true, .estimateMasking = true});
+  FrameReader reader(job.input(), kEverything);
+  std::optional<Comparison> comparison = comparisonFor(options);
   // Before the work, so that a report that cannot be written costs none.
   std::optional<OutputFile> page;
   if (!outputName.empty()) page.emplace(outputName, options.force);
@@ -36,26 +88,35 @@ int inspectOne(Job &job, const InspectOptions &options, const std::string &outpu
   while (const InspectedFrame *const frame = reader.next()) {
     job.advance(reader.input().fractionAt(frame->place.offset), frame->place.seconds);
     report.add(*frame, reader.report());
+    if (comparison) comparison->add(*frame);
     if (options.csv && options.range.holds(*frame)) job.out(csvLine(job.input(), *frame));
   }
+  if (comparison) comparison->finish();
   if (report.columns().isEmpty())
     fail(fmt::format("holds no frame between --from and --to; it lasts {}", timeText(reader.report().seconds())),
          "choose an earlier part");
 
-  const int status = reader.report().verdict() == Verdict::good ? kGood : kDamaged;
+  const int status = comparison ? worseOf(statusOf(reader), comparison->status()) : statusOf(reader);
+  const auto data = [&](ArrayWriter::Form form) {
+    const ArrayWriter array(form);
+    Json json = report.json(job.input(), statusOf(reader), reader, array);
+    if (comparison) json["against"] = comparison->json(report, reader, array);
+    return json;
+  };
   if (page) {
-    const std::string text =
-        reportPage(report.json(job.input(), status, reader, ArrayWriter(ArrayWriter::Form::packed)));
+    const std::string text = reportPage(data(ArrayWriter::Form::packed));
     page->write(text.data(), text.size());
     page->commit();
   }
   if (job.wantsObject()) {
     Json json{{"status", status}};
-    json.update(options.json ? report.json(job.input(), status, reader, ArrayWriter(ArrayWriter::Form::plain))
-                             : reader.report().json(status));
+    json.update(options.json ? data(ArrayWriter::Form::plain) : reader.report().json(status));
     if (page) json["output"] = toUtf8(outputName);
     job.object(json);
   }
+  if (comparison && !options.json && !options.csv && outputName != "-")
+    job.out(
+        fmt::format("{} against {}: {}", displayName(job.input()), displayName(options.against), comparison->text()));
   return status;
 }
 
@@ -73,6 +134,9 @@ int runInspect(int argc, char **argv) {
   std::string from, to;
   line.app().add_option("--from", from, "begin there: seconds, or hours:minutes:seconds")->type_name("TIME");
   line.app().add_option("--to", to, "end there")->type_name("TIME");
+  line.app()
+      .add_option("--against", options.against, "compare with another stream of the same programme")
+      ->type_name("FILE");
   line.app().add_flag("--csv", options.csv, "a line for each frame, on standard output");
   int status = kGood;
   if (!line.parse(argc, argv, status)) return status;
@@ -81,6 +145,9 @@ int runInspect(int argc, char **argv) {
   if (options.range.to <= options.range.from) failUsage("--to lies before --from", "choose a later end");
   if (options.csv && options.json)
     failUsage("--csv and --json would both go to standard output", "ask for one of them");
+
+  if (!options.against.empty() && options.inputs.size() > 1)
+    failUsage("--against compares one input with another", "give one input");
 
   std::vector<std::string> outputs(options.inputs.size());
   if (!options.output.empty() || !(options.json || options.csv)) outputs = planOutputs(options, ".html");

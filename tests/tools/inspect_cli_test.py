@@ -285,6 +285,74 @@ class Table(InspectTest):
         self.assertEqual(rows[0]["peakDbfs"], "")
 
 
+class Against(InspectTest):
+    def against(self, a, b, status=0):
+        self.put("b.mp2", b)
+        return self.inspect(a, "--against", "b.mp2", status=status)["against"]
+
+    def test_a_stream_is_like_itself(self):
+        against = self.against(STEREO, STEREO)
+        self.assertEqual((against["framesCompared"], against["framesDiffering"]), (30, 0))
+        self.assertIsNone(against["first"])
+        self.assertEqual(against["lanes"]["differs"]["data"], [0] * 30)
+        self.assertEqual(set(against["lanes"]["snr"]["data"]), {None})
+        text = self.good("inspect", "a.mp2", "--against", "b.mp2").out.decode()
+        self.assertEqual(text, "a.mp2 against b.mp2: 30 frames compared, none differs\n")
+
+    def test_planted_differences(self):
+        frames = list(layer2.frames(DUAL))
+        other = bytearray(DUAL)
+        other[frames[5].offset + 2] ^= 1  # the private bit
+        other[frames[9].offset + frames[9].bytes - frames[9].bits[6] // 8 - 20] ^= 0x55  # samples
+        against = self.against(DUAL, bytes(other))
+        self.assertEqual((against["framesCompared"], against["framesDiffering"]), (len(frames), 2))
+        first = against["first"]
+        self.assertEqual((first["frame"], first["offsetA"], first["offsetB"]), (5, frames[5].offset, frames[5].offset))
+        self.assertEqual(first["fields"], [{"field": "private bit", "a": "0", "b": "1"}])
+        at = {lane: [i for i, n in enumerate(values["data"]) if n] for lane, values in against["lanes"].items()}
+        self.assertEqual((at["differs"], at["header"], at["samples"]), ([5, 9], [5], [9]))
+        self.assertEqual(at["allocation"] + at["selection"] + at["scaleFactors"] + at["unused"] + at["bits"], [])
+        self.assertLessEqual({9}, set(at["snr"]))
+        self.assertNotIn(5, at["snr"])
+
+    def test_fields_that_cannot_hide(self):
+        frames = frames_of(STEREO)
+        shifted = b"".join(frames[1:])
+        against = self.against(STEREO, shifted)
+        self.assertEqual((against["framesCompared"], against["onlyInA"], against["onlyInB"]), (29, 1, 0))
+        a, b = itertools.islice(layer2.frames(STEREO), 2)
+        fields = {f["field"]: (f["a"], f["b"]) for f in against["first"]["fields"]}
+        for ch, sb in itertools.product(range(2), range(30)):
+            name = "allocation, subband %d, channel %d" % (sb, ch)
+            self.assertEqual(name in fields, a.levels[ch][sb] != b.levels[ch][sb])
+            texts = tuple("%d levels" % f.levels[ch][sb] if f.levels[ch][sb] else "nothing" for f in (a, b))
+            self.assertEqual(fields.get(name, texts), texts)
+        self.assertEqual(self.against(shifted, STEREO)["onlyInB"], 1)
+
+    def test_two_bitrates_of_one_programme(self):
+        pcm = data("enc_stereo_44k_192_crc.s16")
+        self.put("x.s16", pcm)
+        for kbps in (128, 192):
+            self.good("encode", "-b", str(kbps), "--raw", "s16le,44100,2", "x.s16", "-o", "%d.mp2" % kbps)
+        against = self.against(self.get("128.mp2"), self.get("192.mp2"))
+        self.assertEqual(against["framesDiffering"], against["framesCompared"])
+        self.assertEqual(against["first"]["fields"][0], {"field": "bitrate", "a": "128 kbit/s", "b": "192 kbit/s"})
+        for bits in against["lanes"]["bits"]["data"]:
+            self.assertAlmostEqual(bits, 64000 * 1152 / 44100, delta=8)
+        columns = len(against["lanes"]["bits"]["data"])
+        spent = sum(against["maps"]["bits"]["data"]) / columns
+        self.assertAlmostEqual(spent, 64000 * 1152 / 44100, delta=200)
+        self.assertEqual(against["head"]["bitrateText"], "192 kbit/s")
+
+    def test_damage_of_either_counts(self):
+        self.assertEqual(self.against(STEREO, STEREO[:-1], status=3)["stream"]["verdict"], "truncated")
+
+    def test_usage(self):
+        self.put("a.mp2", STEREO)
+        self.refused(1, "compares one input", "inspect", "a.mp2", "a.mp2", "--against", "a.mp2")
+        self.refused(2, "--against b.mp2: cannot be opened", "inspect", "a.mp2", "--against", "b.mp2")
+
+
 class Scripts(html.parser.HTMLParser):
     """The scripts of a page, and everything it asks for from elsewhere."""
 
