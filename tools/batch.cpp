@@ -106,8 +106,8 @@ int runJobs(const CommonOptions &options, const std::function<int(Job &)> &work)
   std::atomic<bool> stopped{false};
   std::vector<int> statuses(inputs.size(), kGood);
 
-  const auto runOne = [&](size_t index) {
-    Job job(batch, index);
+  const auto runOne = [&](size_t index, unsigned share) {
+    Job job(batch, index, share);
     const std::optional<int> done = earlier ? earlier->statusOf(job.input(), job.state()) : std::nullopt;
     try {
       if (done) {
@@ -126,19 +126,21 @@ int runJobs(const CommonOptions &options, const std::function<int(Job &)> &work)
     text.finish(index);
     progress.finish(index);
   };
-  const auto worker = [&] {
+  const unsigned threads = std::max(1u, options.jobs);
+  const unsigned workers = static_cast<unsigned>(std::clamp<size_t>(inputs.size(), 1, threads));
+  const auto worker = [&](unsigned number) {
+    const unsigned share = threads / workers + (number < threads % workers ? 1 : 0);
     try {
-      for (size_t index = next++; index < inputs.size(); index = next++) runOne(index);
+      for (size_t index = next++; index < inputs.size(); index = next++) runOne(index, share);
     } catch (const Interrupted &) {
       stopped = true;
     }
   };
 
-  std::vector<std::thread> threads;
-  const size_t wanted = std::min<size_t>(options.jobs, inputs.size());
-  for (size_t i = 1; i < wanted; ++i) threads.emplace_back(worker);
-  worker();
-  for (std::thread &thread : threads) thread.join();
+  std::vector<std::thread> others;
+  for (unsigned number = 1; number < workers; ++number) others.emplace_back(worker, number);
+  worker(0);
+  for (std::thread &thread : others) thread.join();
   if (stopped) {
     progress.close();
     endInterrupted();

@@ -52,10 +52,15 @@ struct BatchState {
 // What the work on one input may say.
 class Job {
  public:
-  Job(BatchState &batch, size_t index) : batch_(batch), index_(index), state_(fileState(batch.options.inputs[index])) {}
+  Job(BatchState &batch, size_t index, unsigned threads)
+      : batch_(batch), index_(index), threads_(threads), state_(fileState(batch.options.inputs[index])) {}
 
   size_t index() const { return index_; }
   const std::string &input() const { return batch_.options.inputs[index_]; }
+
+  // How many threads the work may use, its own included: one for what comes through a pipe, which may come slowly and is
+  // to be worked on as it comes.
+  unsigned threads() const { return state_ ? threads_ : 1; }
 
   // A line on standard output.
   void out(std::string_view line) { batch_.text.print(index_, OrderedText::Stream::out, line); }
@@ -77,12 +82,14 @@ class Job {
  private:
   BatchState &batch_;
   size_t index_;
+  unsigned threads_;
   std::optional<FileState> state_;
 };
 
-// Run `work` on every input, on as many threads as there shall be jobs. It returns the input's exit status, or throws
-// Failure, which is reported against the input. Inputs that an earlier report calls done are left out. Returns the worst
-// status. Ends the process when a signal came.
+// Run `work` on every input, on options.jobs threads in all: several inputs at once, and several threads for one input
+// where there are more threads than inputs. `work` returns the input's exit status, or throws Failure, which is reported
+// against the input. Inputs that an earlier report calls done are left out. Returns the worst status. Ends the process
+// when a signal came.
 int runJobs(const CommonOptions &options, const std::function<int(Job &)> &work);
 
 }  // namespace qav::tool

@@ -33,7 +33,7 @@ int checkOne(Job &job, const CheckOptions &options) {
     receiver.write = [&](const int16_t *samples, size_t frames) { joiner.write(samples, frames); };
     receiver.silence = [&](uint64_t frames) { joiner.silence(frames); };
   }
-  decodeStream(input, report, receiver);
+  decodeStream(input, report, receiver, job.threads());
   joiner.finish();
 
   const bool isGood = report.verdict() == Verdict::good && !(options.strict && report.warnings() > 0);

@@ -96,7 +96,8 @@ int decodeOne(Job &job, const DecodeOptions &options, const std::string &outputN
                       if (finding.isWarning && options.quiet) return;
                       job.complain({placeText(finding.place.frame, finding.place.offset, finding.place.seconds),
                                     describeFinding(finding), consequence(finding, options)});
-                    }});
+                    }},
+               job.threads());
   output.finish();
   const int status = report.verdict() == Verdict::good || options.lenient ? kGood : kDamaged;
   if (job.wantsObject()) {

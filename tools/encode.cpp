@@ -14,6 +14,7 @@
 #include "tools/output_file.h"
 #include "tools/output_names.h"
 #include "tools/pcm_options.h"
+#include "tools/stretch_encoder.h"
 #include "tools/subcommands.h"
 #include "tools/verifier.h"
 
@@ -34,30 +35,31 @@ struct Encoded {
   uint64_t bytes = 0;
 };
 
-Encoded encodeStream(PcmInput &input, const StreamFormat &format, const StreamRequest &request, OutputFile &out,
-                     Verifier *verifier) {
-  Layer2Encoder encoder(format, request);
+Encoded encodeStream(PcmInput &input, const StreamFormat &format, const StreamRequest &request, unsigned threads,
+                     OutputFile &out, Verifier *verifier) {
   Encoded result{format};
-  std::vector<int16_t> samples(QAV_SAMPLES_PER_FRAME * format.channels);
   bool ended = false;
-  for (;;) {
+  uint64_t read = 0;  // frames
+  const auto next = [&](int16_t *samples) {
+    size_t n = 0;
     if (!ended) {
-      const size_t n = input.read(samples.data(), QAV_SAMPLES_PER_FRAME);
+      n = input.read(samples, QAV_SAMPLES_PER_FRAME);
       result.samples += n;
       input.advance();
       ended = n < QAV_SAMPLES_PER_FRAME;
-      std::fill(samples.begin() + static_cast<std::ptrdiff_t>(n * format.channels), samples.end(), int16_t{0});
-    } else {
-      std::fill(samples.begin(), samples.end(), int16_t{0});
+      if (result.samples == 0) fail("holds no samples", "there is nothing to encode");
     }
-    if (ended && result.samples == 0) fail("holds no samples", "there is nothing to encode");
-    if (ended && result.frames == framesFor(result.samples)) break;
-    const uint32_t bytes = encoder.encode(samples.data());
-    out.write(encoder.frame(), bytes);
-    if (verifier) verifier->add(samples.data(), encoder.frame(), bytes);
+    if (ended && read == framesFor(result.samples)) return false;
+    std::fill(samples + n * format.channels, samples + QAV_SAMPLES_PER_FRAME * format.channels, int16_t{0});
+    ++read;
+    return true;
+  };
+  encodeStretches(format, request, threads, next, [&](const int16_t *samples, const uint8_t *frame, uint32_t bytes) {
+    out.write(frame, bytes);
+    if (verifier) verifier->add(samples, frame, bytes);
     ++result.frames;
     result.bytes += bytes;
-  }
+  });
   if (verifier) verifier->finish();
   return result;
 }
@@ -99,7 +101,8 @@ int encodeOne(Job &job, const EncodeOptions &options, const std::string &outputN
   input.begin(format.freqHz, format.channels);
   std::optional<Verifier> verifier;
   if (options.verify) verifier.emplace(format);
-  const Encoded result = encodeStream(input, format, options.stream, out, verifier ? &*verifier : nullptr);
+  const Encoded result =
+      encodeStream(input, format, options.stream, job.threads(), out, verifier ? &*verifier : nullptr);
   out.commit();
   const int status = input.finish();
 
