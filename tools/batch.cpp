@@ -1,5 +1,6 @@
 #include "tools/batch.h"
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -25,6 +26,7 @@ void reportFailure(Job &job, const Failure &failure) {
   if (!job.wantsObject()) return;
   Json object;
   object["status"] = failure.status;
+  object["verdict"] = failure.isNotMpegAudio ? Json("not MPEG audio") : Json();
   object["error"] = {
       {"place", failure.complaint.place}, {"what", failure.complaint.what}, {"remedy", failure.complaint.remedy}};
   job.object(object);
@@ -35,6 +37,13 @@ Progress::Style styleFor(const CommonOptions &options) {
   const char *const terminal = std::getenv("TERM");
   const bool canDraw = isatty(STDERR_FILENO) && terminal && std::string_view(terminal) != "dumb";
   return canDraw && !options.quiet ? Progress::Style::bar : Progress::Style::none;
+}
+
+bool isSameFile(const std::string &a, const std::string &b) {
+  struct stat ofA {
+  }, ofB{};
+  return stat(a.c_str(), &ofA) == 0 && stat(b.c_str(), &ofB) == 0 && ofA.st_dev == ofB.st_dev &&
+         ofA.st_ino == ofB.st_ino;
 }
 
 std::vector<uint64_t> sizesOf(const std::vector<std::string> &inputs, Progress::Style style) {
@@ -54,7 +63,10 @@ void OrderedText::emit(Stream stream, std::string_view line) {
 void OrderedText::print(size_t job, Stream stream, std::string_view line) {
   std::unique_lock lock(mutex_);
   Kept &mine = kept_[job];
-  if (job != front_ && mine.bytes > kKeptBytes) turn_.wait(lock, [&] { return job == front_; });
+  if (job != front_ && mine.bytes > kKeptBytes) {
+    turn_.wait(lock, [&] { return job == front_ || abandoned_; });
+    if (abandoned_) throw Interrupted{};
+  }
   if (job == front_) {
     emit(stream, line);
   } else {
@@ -76,6 +88,14 @@ void OrderedText::finish(size_t job) {
   turn_.notify_all();
 }
 
+void OrderedText::abandon() {
+  const std::lock_guard lock(mutex_);
+  abandoned_ = true;
+  turn_.notify_all();
+}
+
+std::string Job::displayInput() const { return input() == "-" ? "standard input" : displayName(input()); }
+
 void Job::complainAbout(const std::string &file, const Complaint &complaint) {
   batch_.text.print(index_, OrderedText::Stream::err, messageLine(file == "-" ? "standard input" : file, complaint));
 }
@@ -87,6 +107,14 @@ void Job::object(const Json &fields) {
   if (batch_.options.json) out(object.dump());
 }
 
+void Job::doneEarlier(int status) {
+  if (!batch_.options.json) return;
+  Json object = objectAbout(input(), state_, batch_.options.command);
+  object["status"] = status;
+  object["done"] = "earlier";
+  out(object.dump());
+}
+
 int runJobs(const CommonOptions &options, const std::function<int(Job &)> &work) {
   const std::vector<std::string> &inputs = options.inputs;
   // A report is begun and later continued with the same command line.
@@ -96,6 +124,9 @@ int runJobs(const CommonOptions &options, const std::function<int(Job &)> &work)
   if (!options.resume.empty() && !isFirst) earlier.emplace(options.resume, options.command);
   const std::string &reportName = options.report.empty() ? options.resume : options.report;
   std::optional<ReportFile> report;
+  for (const std::string &input : inputs)
+    if (!reportName.empty() && isSameFile(reportName, input))
+      failUsage("the report " + displayName(reportName) + " is also an input", "choose another name with --report");
   if (!reportName.empty()) report.emplace(reportName, continues, options.force);
 
   const Progress::Style style = styleFor(options);
@@ -105,6 +136,8 @@ int runJobs(const CommonOptions &options, const std::function<int(Job &)> &work)
   std::atomic<size_t> next{0};
   std::atomic<bool> stopped{false};
   std::vector<int> statuses(inputs.size(), kGood);
+  std::mutex brokenMutex;
+  std::optional<ReportBroken> broken;
 
   const auto runOne = [&](size_t index, unsigned share) {
     Job job(batch, index, share);
@@ -112,7 +145,7 @@ int runJobs(const CommonOptions &options, const std::function<int(Job &)> &work)
     try {
       if (done) {
         statuses[index] = *done;
-        if (options.json) job.out(Json{{"file", toUtf8(job.input())}, {"status", *done}, {"done", "earlier"}}.dump());
+        job.doneEarlier(*done);
       } else {
         statuses[index] = work(job);
       }
@@ -131,18 +164,24 @@ int runJobs(const CommonOptions &options, const std::function<int(Job &)> &work)
   const auto worker = [&](unsigned number) {
     const unsigned share = threads / workers + (number < threads % workers ? 1 : 0);
     try {
-      for (size_t index = next++; index < inputs.size(); index = next++) runOne(index, share);
+      for (size_t index = next++; index < inputs.size() && !stopped; index = next++) runOne(index, share);
     } catch (const Interrupted &) {
       stopped = true;
+    } catch (const ReportBroken &what) {
+      const std::lock_guard lock(brokenMutex);
+      broken = what;
+      stopped = true;
     }
+    if (stopped) text.abandon();
   };
 
   std::vector<std::thread> others;
   for (unsigned number = 1; number < workers; ++number) others.emplace_back(worker, number);
   worker(0);
   for (std::thread &thread : others) thread.join();
+  if (stopped) progress.close();
+  if (broken) throw broken->failure;
   if (stopped) {
-    progress.close();
     endInterrupted();
   }
   return std::accumulate(statuses.begin(), statuses.end(), kGood, worseOf);

@@ -26,6 +26,9 @@ class OrderedText {
   void print(size_t job, Stream stream, std::string_view line);  // appends the line's end
   void finish(size_t job);
 
+  // The batch ends here: whoever waits for a turn gets Interrupted.
+  void abandon();
+
  private:
   struct Kept {
     std::vector<std::pair<Stream, std::string>> lines;
@@ -38,6 +41,7 @@ class OrderedText {
   std::mutex mutex_;
   std::condition_variable turn_;
   size_t front_ = 0;
+  bool abandoned_ = false;
   std::vector<Kept> kept_;
 };
 
@@ -62,6 +66,9 @@ class Job {
   // to be worked on as it comes.
   unsigned threads() const { return state_ ? threads_ : 1; }
 
+  // The input's name for a line on standard output.
+  std::string displayInput() const;
+
   // A line on standard output.
   void out(std::string_view line) { batch_.text.print(index_, OrderedText::Stream::out, line); }
 
@@ -72,6 +79,9 @@ class Job {
   // Whether an object about the input is wanted, for --json or --report; and the object, once. It needs a "status".
   bool wantsObject() const { return batch_.options.json || batch_.report; }
   void object(const Json &fields);
+
+  // The object for --json about an input that an earlier report calls done, with this status.
+  void doneEarlier(int status);
 
   // The input is worked through to `fraction` (0 .. 1) of its length, which is `audioSeconds`.
   void advance(double fraction, double audioSeconds) { batch_.progress.update(index_, fraction, audioSeconds); }

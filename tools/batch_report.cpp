@@ -28,8 +28,10 @@ std::string fromHex(const std::string &text) {
   return bytes;
 }
 
-[[noreturn]] void failReport(const std::string &path, int error) {
-  fail("the report " + displayName(path) + " cannot be written: " + errorText(error), "choose another with --report");
+Failure reportFailure(const std::string &path, int error) {
+  return Failure(kUnusable, {{},
+                             "the report " + displayName(path) + " cannot be written: " + errorText(error),
+                             "choose another place with --report"});
 }
 
 // Where the last whole line ends: an earlier run may have been stopped in the middle of one.
@@ -61,20 +63,21 @@ Json objectAbout(const std::string &file, const std::optional<FileState> &state,
   return object;
 }
 
-ReportFile::ReportFile(const std::string &path, bool append, bool force) {
-  const int exclusive = append ? 0 : force ? O_TRUNC : O_EXCL;
+ReportFile::ReportFile(const std::string &path, bool append, bool force) : path_(path) {
+  struct stat status {};
+  const bool isDevice = stat(path.c_str(), &status) == 0 && !S_ISREG(status.st_mode);
+  const int exclusive = append || isDevice ? 0 : force ? O_TRUNC : O_EXCL;
   fd_ = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | exclusive, 0666);
   if (fd_ < 0 && errno == EEXIST)
     fail("the report " + displayName(path) + " exists already",
          "continue it with --resume, overwrite it with -f, or choose another with --report");
-  if (fd_ < 0) failReport(path, errno);
-  struct stat status {};
+  if (fd_ < 0) throw reportFailure(path, errno);
   if (append && fstat(fd_, &status) == 0 && S_ISREG(status.st_mode)) {
     const off_t end = endOfLines(fd_);
     if (ftruncate(fd_, end) != 0 || lseek(fd_, end, SEEK_SET) < 0) {
       const int error = errno;
       close(fd_);
-      failReport(path, error);
+      throw reportFailure(path, error);
     }
   }
 }
@@ -86,12 +89,15 @@ void ReportFile::write(const Json &object) {
   const std::lock_guard lock(mutex_);
   for (size_t done = 0; done < line.size();) {
     const ssize_t n = ::write(fd_, line.data() + done, line.size() - done);
-    if (n < 0 && errno != EINTR) fail("the report cannot be written: " + errorText(errno), "free some space");
+    if (n < 0 && errno != EINTR) throw ReportBroken{reportFailure(path_, errno)};
     if (n > 0) done += static_cast<size_t>(n);
   }
 }
 
 EarlierReport::EarlierReport(const std::string &path, const std::string &command) {
+  struct stat status {};
+  if (stat(path.c_str(), &status) == 0 && !S_ISREG(status.st_mode))
+    fail(displayName(path) + " is no file, and no report", "check --resume");
   std::ifstream file(path, std::ios::binary);
   if (!file) fail("the report " + displayName(path) + " cannot be opened: " + errorText(errno), "check --resume");
   std::string line;

@@ -9,6 +9,8 @@
 #include <unordered_map>
 #include <vector>
 
+#include "tools/failure.h"
+
 namespace qav::tool {
 
 using Json = nlohmann::ordered_json;
@@ -24,6 +26,11 @@ std::optional<FileState> fileState(const std::string &path);
 // Put the file's name and state first into an object about it. A name that is not UTF-8 is told in hexadecimal too.
 Json objectAbout(const std::string &file, const std::optional<FileState> &state, const std::string &command);
 
+// Thrown where the report cannot be written: the fault of no input, and the end of the batch.
+struct ReportBroken {
+  Failure failure;
+};
+
 // Objects appended to a file one by one, each written before the work goes on: what is there after an interruption, or
 // a loss of power, is whole lines about inputs that are finished.
 class ReportFile {
@@ -34,10 +41,11 @@ class ReportFile {
   ReportFile(const ReportFile &) = delete;
   ReportFile &operator=(const ReportFile &) = delete;
 
-  // From any thread. Throws Failure.
+  // From any thread. Throws ReportBroken.
   void write(const Json &object);
 
  private:
+  std::string path_;
   std::mutex mutex_;
   int fd_ = -1;
 };

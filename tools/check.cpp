@@ -45,8 +45,7 @@ int checkOne(Job &job, const CheckOptions &options) {
     job.object(json);
   }
   if (options.json) return status;
-  const std::string name = job.input() == "-" ? "standard input" : displayName(job.input());
-  std::string head = fmt::format("{}: {}", name, verdictName(report.verdict()));
+  std::string head = fmt::format("{}: {}", job.displayInput(), verdictName(report.verdict()));
   if (options.md5) head += ", md5 " + digest;
   job.out(head);
   for (const Finding &finding : report.kept()) {
@@ -70,7 +69,15 @@ int runCheck(int argc, char **argv) {
   line.app().add_flag("--strict", options.strict, "warnings count too");
   int status = kGood;
   if (!line.parse(argc, argv, status)) return status;
-  return runJobs(options, [&](Job &job) { return checkOne(job, options); });
+  return runJobs(options, [&](Job &job) {
+    try {
+      return checkOne(job, options);
+    } catch (const Failure &failure) {
+      // A verdict like the others, with its reason on standard error.
+      if (failure.isNotMpegAudio && !options.json) job.out(job.displayInput() + ": not MPEG audio");
+      throw;
+    }
+  });
 }
 
 }  // namespace qav::tool

@@ -106,8 +106,8 @@ int decodeOne(Job &job, const DecodeOptions &options, const std::string &outputN
     for (const std::string &name : output.names()) json["outputs"].push_back(toUtf8(name));
     job.object(json);
   }
-  if (options.verbose && !options.json) {
-    job.out(fmt::format("{}: {} frames, {}", displayName(job.input()), report.frames(), timeText(report.seconds())));
+  if (options.verbose && !options.json && outputName != "-") {
+    job.out(fmt::format("{}: {} frames, {}", job.displayInput(), report.frames(), timeText(report.seconds())));
   }
   return status;
 }

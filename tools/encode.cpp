@@ -128,7 +128,7 @@ int encodeOne(Job &job, const EncodeOptions &options, const std::string &outputN
     if (outputName == "-")
       job.complain({{}, line, {}});
     else
-      job.out((job.input() == "-" ? "standard input" : displayName(job.input())) + ": " + line);
+      job.out(job.displayInput() + ": " + line);
   };
   if (options.stream.kbps > 0 && options.stream.kbps < 128 && format.channels == 2 && !options.quiet)
     job.complain({{}, fmt::format("{} kbit/s is for both channels together", format.kbps), {}});

@@ -32,11 +32,19 @@ class Failure : public std::exception {
 
   int status;
   Complaint complaint;
+  bool isNotMpegAudio = false;  // the input was read, and is something else
 };
 
 // An input or output that cannot be used.
 [[noreturn]] inline void fail(std::string what, std::string remedy, std::string place = {}) {
   throw Failure(kUnusable, {std::move(place), std::move(what), std::move(remedy)});
+}
+
+// An input that was read and is no MPEG audio that can be decoded.
+[[noreturn]] inline void failNotMpegAudio(std::string what, std::string remedy) {
+  Failure failure(kUnusable, {{}, std::move(what), std::move(remedy)});
+  failure.isNotMpegAudio = true;
+  throw failure;
 }
 
 // A command line that contradicts itself.

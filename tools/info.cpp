@@ -37,7 +37,7 @@ std::string tagsText(const StreamReport &report) {
 
 std::string describe(const std::string &file, const StreamReport &report) {
   const auto &stretches = report.stretches();
-  std::string text = displayName(file) + ":";
+  std::string text = file + ":";
   for (const auto &stretch : stretches) {
     text += fmt::format("\n  format       {}", formatText(stretch.format));
     if (stretches.size() > 1) text += fmt::format(", from frame {} on", stretch.firstFrame);
@@ -71,7 +71,7 @@ int infoOne(Job &job, const CommonOptions &options) {
   }
   const int status = report.verdict() == Verdict::good ? kGood : kDamaged;
   if (job.wantsObject()) job.object(report.json(status));
-  if (!options.json) job.out(describe(job.input() == "-" ? "standard input" : job.input(), report));
+  if (!options.json) job.out(describe(job.displayInput(), report));
   return status;
 }
 

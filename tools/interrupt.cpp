@@ -24,16 +24,6 @@ int wakeUp[2] = {-1, -1};  // a pipe whose writing end is closed when a signal c
 std::mutex temporariesMutex;
 std::set<std::string> temporaries;
 
-void waitFor(int fd, short events) {
-  pollfd both[2] = {{fd, events, 0}, {wakeUp[0], POLLIN, 0}};
-  for (;;) {
-    throwIfInterrupted();
-    const int ready = poll(both, 2, -1);
-    if (ready < 0 && errno != EINTR) return;  // the following read or write reports what is wrong
-    if (ready > 0 && both[0].revents != 0) return;
-  }
-}
-
 void watch(sigset_t signals) {
   int signal = 0;
   while (sigwait(&signals, &signal) != 0) {
@@ -65,9 +55,15 @@ void throwIfInterrupted() {
   if (receivedSignal.load(std::memory_order_relaxed) != 0) throw Interrupted{};
 }
 
-void waitReadable(int fd) { waitFor(fd, POLLIN); }
-
-void waitWritable(int fd) { waitFor(fd, POLLOUT); }
+void waitReadable(int fd) {
+  pollfd both[2] = {{fd, POLLIN, 0}, {wakeUp[0], POLLIN, 0}};
+  for (;;) {
+    throwIfInterrupted();
+    const int ready = poll(both, 2, -1);
+    if (ready < 0 && errno != EINTR) return;  // the read that follows says what is wrong
+    if (ready > 0 && both[0].revents != 0) return;
+  }
+}
 
 void endInterrupted() {
   temporariesMutex.lock();  // and never unlocked: nobody may create another one

@@ -1,8 +1,8 @@
 // SIGINT, SIGTERM and SIGHUP: the work in hand is given up, temporary files are removed, the process ends by the signal.
 //
-// Whoever works calls throwIfInterrupted() now and then and waits for slow file descriptors with waitReadable() and
-// waitWritable(). What is stuck all the same (in opening a named pipe, on a dead network drive) is not waited for: after
-// a short grace the temporary files are removed and the process is ended from outside.
+// Whoever works calls throwIfInterrupted() now and then and waits for slow inputs with waitReadable(). What is stuck all
+// the same (in opening a named pipe, in writing to one that nobody reads, on a dead network drive) is not waited for:
+// after a short grace the temporary files are removed and the process is ended from outside.
 #pragma once
 
 #include <string>
@@ -18,9 +18,8 @@ void handleSignals();
 
 void throwIfInterrupted();
 
-// Wait until the descriptor can be read or written, throwing Interrupted when a signal comes first.
+// Wait until the descriptor can be read, throwing Interrupted when a signal comes first.
 void waitReadable(int fd);
-void waitWritable(int fd);
 
 // Remove every registered temporary file and end the process by the signal that came.
 [[noreturn]] void endInterrupted();

@@ -14,10 +14,10 @@ void refuseOtherWave(const RiffContainer &riff) {
     case kFormatMpeg:
     case kFormatMpegLayer3:  // some programs say so of Layer II too; the frames will tell
       return;
-    case kFormatPcm: fail("is a WAV file of PCM, not of MPEG audio", "there is nothing to decode");
+    case kFormatPcm: failNotMpegAudio("is a WAV file of PCM, not of MPEG audio", "there is nothing to decode");
     default:
-      fail(fmt::format("is a WAV file of format {:#06x}, not of MPEG audio", riff.formatTag),
-           "decode it with a program for that format");
+      failNotMpegAudio(fmt::format("is a WAV file of format {:#06x}, not of MPEG audio", riff.formatTag),
+                       "decode it with a program for that format");
   }
 }
 
@@ -33,10 +33,11 @@ const Event &MpegInput::next() {
   } else if (const auto *container = std::get_if<ContainerEvent>(&event)) {
     refuseOtherWave(container->riff);
   } else if (const auto *foreign = std::get_if<ForeignEvent>(&event)) {
-    if (!hasFrames_) fail(fmt::format("is {}, which is not decoded", foreign->name), "give Layer I or Layer II");
+    if (!hasFrames_)
+      failNotMpegAudio(fmt::format("is {}, which is not decoded", foreign->name), "give Layer I or Layer II");
   } else if (const auto *end = std::get_if<EndEvent>(&event)) {
-    if (end->place.offset == 0) fail("is empty", "give a file with MPEG audio");
-    if (!hasFrames_) fail("is no MPEG audio of Layer I or II", "check that it is the right file");
+    if (end->place.offset == 0) failNotMpegAudio("is empty", "give a file with MPEG audio");
+    if (!hasFrames_) failNotMpegAudio("is no MPEG audio of Layer I or II", "check that it is the right file");
   }
   return event;
 }

@@ -2,13 +2,13 @@
 
 #include <fcntl.h>
 #include <fmt/format.h>
+#include <poll.h>
 #include <stdlib.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
-#include <climits>
 #include <cstdio>
 #include <cstring>
 #include <mutex>
@@ -24,9 +24,6 @@ namespace {
 
 constexpr size_t kBufferBytes = 256 * 1024;
 
-// What a pipe that polls as writable takes without blocking, so that a signal is noticed between two writes.
-constexpr size_t kPipeWriteBytes = PIPE_BUF;
-
 [[noreturn]] void failWrite(int error) {
   const char *remedy = "check the drive";
   if (error == EPIPE) fail("the reader of the output has closed it", "let it read to the end");
@@ -38,9 +35,6 @@ constexpr size_t kPipeWriteBytes = PIPE_BUF;
   if (error == ENOTDIR) remedy = "choose another name with -o";
   fail("cannot be written: " + errorText(error), remedy);
 }
-
-// Whether a write can wait for somebody who reads: pipes, sockets and terminals; not /dev/null.
-bool mayKeepWaiting(int fd, mode_t mode) { return S_ISCHR(mode) ? isatty(fd) != 0 : !S_ISREG(mode); }
 
 [[noreturn]] void failExists() { fail("exists already", "use -f to overwrite it, or choose another name with -o"); }
 
@@ -94,7 +88,6 @@ OutputFile::OutputFile(const std::string &name, bool overwrite)
     struct stat status {};
     if (fstat(fd_, &status) != 0) failWrite(errno);
     const bool regular = S_ISREG(status.st_mode);
-    mayWait_ = mayKeepWaiting(fd_, status.st_mode);
     // Redirected to a file: its beginning can still be corrected, unless everything is appended.
     start_ = regular ? lseek(fd_, 0, SEEK_CUR) : -1;
     canPatch_ = start_ >= 0 && (fcntl(fd_, F_GETFL) & O_APPEND) == 0;
@@ -112,7 +105,6 @@ void OutputFile::openTarget(const std::string &name, bool overwrite) {
     fd_ = open(name.c_str(), O_WRONLY | O_CLOEXEC | O_NOCTTY);
     if (fd_ < 0) failWrite(errno);
     owned_ = true;
-    mayWait_ = mayKeepWaiting(fd_, status.st_mode);
     return;
   }
   if (exists) {
@@ -171,13 +163,15 @@ void OutputFile::flush() {
 
 void OutputFile::writeAll(const uint8_t *data, size_t bytes) {
   while (bytes > 0) {
-    if (mayWait_)
-      waitWritable(fd_);
-    else
-      throwIfInterrupted();
-    const ssize_t n = ::write(fd_, data, mayWait_ && bytes > kPipeWriteBytes ? kPipeWriteBytes : bytes);
+    throwIfInterrupted();  // a write that blocks is ended from outside
+    const ssize_t n = ::write(fd_, data, bytes);
     if (n < 0) {
-      if (errno == EINTR || errno == EAGAIN) continue;
+      if (errno == EAGAIN) {  // whoever started this made the pipe so: wait for its reader, and for signals
+        pollfd one{fd_, POLLOUT, 0};
+        poll(&one, 1, 100);
+        continue;
+      }
+      if (errno == EINTR) continue;
       failWrite(errno);
     }
     data += n;

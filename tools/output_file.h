@@ -45,7 +45,6 @@ class OutputFile {
   int fd_ = -1;
   bool owned_ = false;
   bool overwrite_ = false;
-  bool mayWait_ = false;
   bool canPatch_ = false;
   int64_t start_ = 0;  // where in the descriptor this output begins
   uint64_t size_ = 0;

@@ -56,7 +56,7 @@ int resampleOne(Job &job, const ResampleOptions &options, const std::string &out
     if (outputName == "-")
       job.complain({{}, input.describe(), {}});
     else
-      job.out((job.input() == "-" ? "standard input" : displayName(job.input())) + ": " + input.describe());
+      job.out(job.displayInput() + ": " + input.describe());
   }
   return status;
 }

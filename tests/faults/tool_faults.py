@@ -115,10 +115,10 @@ def check_pipes(mp2):
         folder = pathlib.Path(place).resolve()
         good = run(["decode", mp2, "-o", "-"], folder).stdout
         expect(len(good) > 44, "decode to a pipe works")
-        for fault in ("read:*:short", "write:*:short", "read:2:EINTR", "write:2:EINTR", "write:1:EAGAIN"):
+        for fault in ("read:*:short", "write:*:short", "read:2:EINTR", "write:1:EINTR", "write:1:EAGAIN"):
             result = run(["decode", "-", "-o", "-"], folder, fault, input=mp2.read_bytes())
             expect(result.returncode == 0 and result.stdout == good, f"decode through pipes under {fault}: {result.stderr}")
-        for fault in ("write:1:EPIPE", "write:1:ENOSPC", "write:2:EIO", "read:1:EIO"):
+        for fault in ("write:1:EPIPE", "write:1:ENOSPC", "write:1:EIO", "read:1:EIO"):
             result = run(["decode", "-", "-o", "-"], folder, fault, input=mp2.read_bytes())
             expect(result.returncode == 2 and result.stderr.count(b"\n") == 1, f"{fault}: {result.stderr}")
         reader = subprocess.Popen([options.qav, "decode", str(mp2), "-o", "-"], stdout=subprocess.PIPE, stderr=subprocess.PIPE)

@@ -114,7 +114,7 @@ class Check(CliTest):
 
     def test_what_is_no_stream_at_all(self):
         self.put("text", b"words")
-        self.refused(2, "is no MPEG audio", "check", "text")
+        self.assertEqual(self.refused(2, "is no MPEG audio", "check", "text").out, b"text: not MPEG audio\n")
         self.refused(2, "No such file", "check", "missing")
 
     def test_warnings_count_only_when_strict(self):
@@ -143,7 +143,7 @@ class Check(CliTest):
         result = self.qav("check", "good.mp2", "text", "cut.mp2")
         self.assertEqual(result.status, 2)
         self.assertEqual([line for line in result.out.decode().splitlines() if line[0] != " "],
-                         ["good.mp2: good", "cut.mp2: truncated"])
+                         ["good.mp2: good", "text: not MPEG audio", "cut.mp2: truncated"])
 
 
 if __name__ == "__main__":

@@ -102,6 +102,17 @@ class Reports(CliTest):
         self.assertEqual(self.qav("check", "-f", "a.mp2", "--report", "r").status, 1)  # nothing is written by check
         self.refused(2, "is no report", "check", "a.mp2", "--resume", "r")
 
+    def test_a_report_is_no_input_and_can_be_written(self):
+        self.put("a.mp2", STEREO)
+        self.put("b.mp2", STEREO)
+        self.refused(1, "is also an input", "decode", "a.mp2", "--report", "./a.mp2", "-f")
+        self.assertEqual(self.get("a.mp2"), STEREO)
+        self.refused(2, "cannot be written", "check", "a.mp2", "--report", "no/such")
+        # The batch ends with the report: what it does not tell is not done.
+        result = self.qav("check", "a.mp2", "b.mp2", "--report", "/dev/full", "-j", "2")
+        self.refused(2, "is no file", "check", "a.mp2", "--resume", "/dev/full")
+        self.assertEqual((result.status, result.lines[-1].count("No space left")), (2, 1), result.err)
+
     def test_resuming_does_what_is_new_changed_or_failed(self):
         for name in "abcd":
             self.put(name + ".wav", wav(3000))
