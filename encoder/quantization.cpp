@@ -54,16 +54,16 @@ void quantizeSubbandPlainly(const float x[kSubbandSamples], const float r[kParts
 
 #if defined(__x86_64__)
 
-// x * r + 1 of two lanes, rounded to double. Lanes of `suspect` become other than 0 when that was not exact and ended in
-// the middle between two floats: only then does the rounding to single precision err.
+// x * r + 1 of two lanes, rounded to double. Lanes of `suspect` become other than 0 when that ended in the middle between
+// two floats: only then, and only if it was not exact, does the rounding to single precision err. It is exact for powers of
+// two r: a product too small for that leaves a sum too near to 1 for such a middle.
 NEB_INLINE Lanes<double, 2> productPlusOne(const Lanes<float, 4> &x, const Lanes<float, 4> &r,
                                            Lanes<int32_t, 4> &suspect) {
   using Ints = Lanes<int32_t, 4>;
   const Lanes<double, 2> product = Lanes<double, 2>(_mm_cvtps_pd(x)) * Lanes<double, 2>(_mm_cvtps_pd(r));
   const Lanes<double, 2> sum = product + 1.0;
-  const Lanes<double, 2> error = product - (sum - 1.0);
-  // The 29 bits that a float has not are the low bits of the low word; what the high word adds does not matter.
-  suspect |= ((Ints(sum) << 3) == INT32_MIN) & Ints(error != 0.0);
+  // The 29 bits that a float has not are the low bits of the low word. The high word may raise a false alarm.
+  suspect |= (Ints(sum) << 3) == INT32_MIN;
   return sum;
 }
 

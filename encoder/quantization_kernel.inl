@@ -33,8 +33,8 @@ QAV_TARGET NEB_INLINE void quantizeLanes(const float *x, const Lanes<float, N> &
 // `r` holds the reciprocal scale factor of each part.
 QAV_TARGET NEB_INLINE void quantizeSubband(const float x[kSubbandSamples], const float r[kParts],
                                            const Quantizer &quantizer, uint32_t codes[kSubbandSamples]) {
-  Lanes<int32_t, 4> suspect{};
 #if QAV_FUSED
+  Lanes<int32_t, 4> suspect{};
   Lanes<int32_t, 8> suspects{};
   const Lanes<float, 8> r01 = {r[0], r[0], r[0], r[0], r[1], r[1], r[1], r[1]};
   const Lanes<float, 4> r2 = Lanes<float, 4>{} + r[2];
@@ -43,11 +43,16 @@ QAV_TARGET NEB_INLINE void quantizeSubband(const float x[kSubbandSamples], const
     quantizeLanes<4>(x + i + 8, r2, quantizer, suspect, codes + i + 8);
   }
 #else
-  for (uint32_t part = 0; part < kParts; ++part)
+  constexpr uint32_t kMantissa = 0x7FFFFF;
+  Lanes<int32_t, 4> suspects{};
+  for (uint32_t part = 0; part < kParts; ++part) {
+    Lanes<int32_t, 4> suspect{};
     for (uint32_t i = part * kPartGranules; i < kSubbandSamples; i += kGranules)
       quantizeLanes<4>(x + i, Lanes<float, 4>{} + r[part], quantizer, suspect, codes + i);
+    suspects |= suspect & -int32_t((std::bit_cast<uint32_t>(r[part]) & kMantissa) != 0);
+  }
   int32_t any[4];
-  std::memcpy(any, &suspect, sizeof any);
+  std::memcpy(any, &suspects, sizeof any);
   if ((any[0] | any[1] | any[2] | any[3]) != 0) quantizeSubbandPlainly(x, r, quantizer, codes);
 #endif
 }
