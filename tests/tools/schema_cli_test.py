@@ -47,6 +47,16 @@ class Schema(CliTest):
         self.assertEqual(len(self.results("check", "--md5", *inputs)), 7)
         self.assertEqual(len(self.results("decode", *inputs, "-o", "out")), 7)
 
+    def test_streams_moved_as_they_are(self):
+        self.assertEqual(len(self.results("cut", "good.mp2", "cut.mp2", "joined.mp2", "text", "--to", "0.2", "-o", "c")), 4)
+        self.assertEqual(len(self.results("join", "good.mp2", "cut.mp2", "-o", "j.mp2")), 2)
+        self.assertEqual(len(self.results("join", "good.mp2", "odd.mp2", "-o", "k.mp2")), 2)
+
+    def test_inspection(self):
+        self.assertEqual(len(self.results("inspect", "good.mp2", "cut.mp2", "joined.mp2", "text", "missing")), 5)
+        self.assertEqual(len(self.results("inspect", "good.mp2", "--against", "cut.mp2", "--to", "0.5")), 1)
+        self.assertEqual(len(self.results("inspect", "good.mp2", "-o", "page.html")), 1)
+
     def test_encoding_and_resampling(self):
         inputs = ["in.wav", "silent.wav", "lying.wav", "text", "missing"]
         self.assertEqual(len(self.results("encode", *inputs, "-o", "out", "--verify", "--loudness", "-r", "48000")), 5)
