@@ -55,20 +55,12 @@
 
   /** A figure: what it is, what it says, the chart, and its numbers as a table to open. */
   function figure(name, note, chart, numbers) {
-    return qav.html(
-      "figure",
-      { class: "distribution" },
-      qav.html("figcaption", null, qav.html("h3", null, name), note ? qav.html("p", null, note) : null),
-      chart,
-      numbers
-        ? qav.html(
-            "details",
-            null,
-            qav.html("summary", null, "Numbers"),
-            qav.html("div", { class: "wide-table", tabindex: 0, role: "group", "aria-label": name }, numbers),
-          )
-        : null,
-    );
+    const caption = qav.html("figcaption", null, qav.html("h3", null, name), note ? qav.html("p", null, note) : null);
+    const box = qav.html("figure", { class: "distribution" }, caption, chart);
+    if (numbers) {
+      box.append(qav.html("details", null, qav.html("summary", null, "Numbers"), qav.scrolled(name, numbers)));
+    }
+    return box;
   }
 
   qav.charts = { frame, rect, path, scaleTo, figure };

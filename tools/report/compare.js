@@ -101,67 +101,42 @@
     });
   };
 
+  function verdict({ framesCompared, framesDiffering, onlyInA, onlyInB }) {
+    if (!framesDiffering && !onlyInA && !onlyInB) return "Every frame is the same, bit for bit.";
+    const words = [`${qav.number(framesDiffering)} of ${qav.count(framesCompared, "frame")} compared differ`];
+    if (onlyInA) words.push(`${qav.count(onlyInA, "frame")} only in this stream`);
+    if (onlyInB) words.push(`${qav.count(onlyInB, "frame")} only in the other`);
+    return words.join("; ") + ".";
+  }
+
+  function firstDifference({ frame, seconds, offsetA, offsetB, fields, fieldsOmitted }, goTo) {
+    const link = qav.html("button", { type: "button", class: "link", onclick: () => goTo(frame) }, qav.number(frame));
+    const bytes = `byte ${qav.number(offsetA)} here, ${qav.number(offsetB)} there`;
+    const words = qav.html(
+      "p",
+      null,
+      "The first difference is in frame ",
+      link,
+      ` at ${qav.time(seconds)} (${bytes}):`,
+    );
+    const rows = fields.map(({ field, a, b }) => [field, a, b]);
+    const caption = "Fields that differ in the first differing frame";
+    const table = qav.table(caption, ["Field", "This stream", "The other"], rows);
+    const more = fieldsOmitted ? `${qav.count(fieldsOmitted, "more field")} differ in this frame.` : "";
+    const box = qav.html("div", { class: "first-difference" }, words, qav.scrolled("Fields that differ", table));
+    if (more) box.append(qav.html("p", { class: "note" }, more));
+    return box;
+  }
+
   qav.makeComparison = (section, report, goTo) => {
     const { against } = report;
     if (!against) return;
     section.hidden = false;
-    const { first } = against;
-    const same = against.framesDiffering === 0 && !against.onlyInA && !against.onlyInB;
-    const only = [
-      [against.onlyInA, "only in this stream"],
-      [against.onlyInB, "only in the other"],
-    ]
-      .filter(([count]) => count)
-      .map(([count, where]) => `${qav.count(count, "frame")} ${where}`);
+    const title = qav.html("h2", { id: "against-title" }, "Against ", against.file.split(/[\\/]/).at(-1));
     section.append(
-      qav.html(
-        "div",
-        { class: "section-head" },
-        qav.html("h2", { id: "against-title" }, "Against ", against.file.split(/[\\/]/).at(-1)),
-      ),
-      qav.html(
-        "p",
-        { class: "lead", id: "against-verdict" },
-        same
-          ? "Every frame is the same, bit for bit."
-          : [
-              `${qav.number(against.framesDiffering)} of ${qav.count(against.framesCompared, "frame")} compared differ`,
-              ...only,
-            ].join("; ") + ".",
-      ),
-      first
-        ? qav.html(
-            "div",
-            { class: "first-difference" },
-            qav.html(
-              "p",
-              null,
-              "The first difference is in frame ",
-              qav.html(
-                "button",
-                { type: "button", class: "link", onclick: () => goTo(first.frame) },
-                qav.number(first.frame),
-              ),
-              ` at ${qav.time(first.seconds)} (byte ${qav.number(first.offsetA)} here, ${qav.number(first.offsetB)} there):`,
-            ),
-            qav.html(
-              "div",
-              { class: "wide-table", tabindex: 0, role: "group", "aria-label": "Fields that differ" },
-              qav.table(
-                "Fields that differ in the first differing frame",
-                ["Field", "This stream", "The other"],
-                first.fields.map(({ field, a, b }) => [field, a, b]),
-              ),
-            ),
-            first.fieldsOmitted
-              ? qav.html(
-                  "p",
-                  { class: "note" },
-                  `${qav.count(first.fieldsOmitted, "more field")} differ in this frame.`,
-                )
-              : "",
-          )
-        : "",
+      qav.html("div", { class: "section-head" }, title),
+      qav.html("p", { class: "lead", id: "against-verdict" }, verdict(against)),
+      against.first ? firstDifference(against.first, goTo) : "",
       qav.html("h3", null, "The other stream"),
       qav.html("div", { class: "fact-groups" }, qav.factGroups(against.head, against.stream.frames)),
     );

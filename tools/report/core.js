@@ -81,4 +81,8 @@ const qav = {};
         ),
       ),
     );
+
+  /** What may be wider than the page scrolls by itself, by keyboard too. */
+  qav.scrolled = (name, content) =>
+    qav.html("div", { class: "wide-table", tabindex: 0, role: "group", "aria-label": name }, content);
 })();

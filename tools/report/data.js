@@ -63,6 +63,13 @@
     { id: "unused", name: "Unused or ancillary", letter: "U" },
   ];
   qav.MODES = ["stereo", "joint stereo", "dual channel", "single channel"];
+  // How the kinds of selection information are drawn: the more scale factors are sent, the lower and the stronger.
+  qav.SELECTION_ORDER = [
+    { kind: 0, name: "three", ink: "select-3" },
+    { kind: 1, name: "two, first shared", ink: "select-2a" },
+    { kind: 3, name: "two, last shared", ink: "select-2b" },
+    { kind: 2, name: "one", ink: "select-1" },
+  ];
   // What selection information says of the three scale factors of a subband.
   qav.SELECTIONS = [
     "three sent",

@@ -1,6 +1,6 @@
 "use strict";
-// The bytes of a frame in hex, the sections told apart by colour and by a letter at the start of each; a reading says what
-// the bits of a byte mean.
+// The bytes of a frame in hex, the sections told apart by colour and by a letter at the start of each; a reading says
+// what the bits of a byte mean.
 (() => {
   const printable = (byte) => (byte > 32 && byte < 127 ? String.fromCharCode(byte) : "·");
 
@@ -125,16 +125,12 @@
       if (cell.top < box.top || cell.bottom > box.bottom) grid.scrollTop += cell.top - box.top - box.height / 2;
     });
 
-    const legend = qav.html(
-      "ul",
-      { class: "legend" },
-      qav.SECTIONS.map(({ id, name, letter }, section) => {
-        if (!frame.bits[section]) return null;
-        const swatch = qav.html("span", { class: "mark letter" }, letter);
-        swatch.style.setProperty("--mark", `var(--${id}-soft)`);
-        return qav.html("li", null, swatch, `${name} (bits ${starts[section]}–${starts[section + 1] - 1})`);
-      }),
-    );
+    const legend = qav.html("ul", { class: "legend" });
+    qav.SECTIONS.forEach(({ id, name, letter }, section) => {
+      if (!frame.bits[section]) return;
+      const range = `${name} (bits ${starts[section]}–${starts[section + 1] - 1})`;
+      legend.append(qav.html("li", null, qav.swatch("letter", id + "-soft", letter), range));
+    });
     return qav.html("div", { class: "hex-block" }, legend, grid, reading);
   };
 

@@ -198,7 +198,7 @@
       title: "Bits of a frame",
       unit: "bits" + perFrame,
       height: 132,
-      legend: [...parts].reverse().map(({ ink, name }) => ({ ink, name, mark: "area" })),
+      legend: [...parts].reverse(),
       planes: () => [
         {
           label: "",
@@ -216,13 +216,7 @@
 
     if (data.selection) {
       const kinds = qav.planes(data.selection, 4, "mean");
-      // Thirds in the order of how much is sent.
-      const order = [
-        [0, "three", "select-3"],
-        [1, "two, first shared", "select-2a"],
-        [3, "two, last shared", "select-2b"],
-        [2, "one", "select-1"],
-      ].map(([kind, name, ink]) => ({ series: kinds[kind], name, ink }));
+      const order = qav.SELECTION_ORDER.map((entry) => ({ ...entry, series: kinds[entry.kind] }));
       const pairs = Math.max(subbands * channels, 1);
       const selectionAxis = { scale: { least: 0, greatest: pairs }, ticks: ticksOf([0, pairs / 2, pairs]) };
       add({
@@ -230,7 +224,7 @@
         title: "Selection information",
         unit: "subbands of all channels, by scale factors sent",
         height: 104,
-        legend: [...order].reverse().map(({ ink, name }) => ({ ink, name, mark: "area" })),
+        legend: [...order].reverse(),
         planes: () => [
           {
             label: "",
@@ -351,7 +345,7 @@
       });
     }
 
-    if (against) qav.addDifferenceLanes({ report, add, addMap, channelList, upTo, ticksOf, range, frames, greatestOf });
+    if (against) qav.addDifferenceLanes({ report, add, addMap, upTo, range, frames, greatestOf });
     return lanes;
   };
 })();

@@ -1,6 +1,6 @@
 "use strict";
-// The findings along the time line: a sign for each kind, of a shape and a letter of its own. Signs too close to tell apart
-// become one with their number.
+// The findings along the time line: a sign for each kind, of a shape and a letter of its own. Signs too close to tell
+// apart become one with their number.
 (() => {
   // kind: letter and outline, within 18 by 18 around the middle
   const SIGNS = {

@@ -1,6 +1,6 @@
 "use strict";
-// A series at every level of detail: level k has a value for each 2^k columns. Whatever the zoom, a picture then looks at
-// about one value a pixel, and a peak of one frame is still there when an hour is in view.
+// A series at every level of detail: level k has a value for each 2^k columns. Whatever the zoom, a picture then looks
+// at about one value a pixel, and a peak of one frame is still there when an hour is in view.
 (() => {
   const COMBINE = {
     mean: (a, b) => (a !== a ? b : b !== b ? a : (a + b) / 2),

@@ -1,6 +1,6 @@
 "use strict";
-// What the time line shows, in columns: one zoom, one cursor and one chosen frame for all lanes. Views subscribe; each is
-// told at most once a picture of the screen.
+// What the time line shows, in columns: one zoom, one cursor and one chosen frame for all lanes. Views subscribe; each
+// is told at most once a picture of the screen.
 (() => {
   qav.makeView = (report) => {
     const { count } = report.columns;
