@@ -449,28 +449,5 @@ class Long(ReportTest):
         self.assertEqual(stored, STEREO[frame.offset : frame.offset + frame.bytes].hex())
 
 
-class Against(ReportTest):
-    """Two streams of the same programme."""
-
-    def test_the_same(self):
-        self.open(STEREO, "--against", self.put("b.mp2", STEREO))
-        self.assertEqual(self.text("#against-verdict"), "Every frame is the same, bit for bit.")
-
-    def test_the_first_difference(self):
-        other = bytearray(STEREO)
-        other[FRAMES[12].offset + 3] ^= 0x04  # the original bit, which no check word covers in the first 16 bits
-        other[FRAMES[20].offset + FRAMES[20].bytes - 40] ^= 1
-        self.open(STEREO, "--against", self.put("b.mp2", bytes(other)))
-        self.assertIn("2 of 30 frames compared differ", self.text("#against-verdict"))
-        self.assertIn("frame 12", self.text(".first-difference p"))
-        self.assertIn("original", " ".join(self.rows(".first-difference table")[0]).lower())
-        self.keys("Home", *["ArrowRight"] * 12)
-        self.assertEqual(self.texts("#lane-against-parts .reading dt"), ["header"])
-        self.keys(*["ArrowRight"] * 8)
-        self.assertEqual(self.texts("#lane-against-parts .reading dt"), ["samples"])
-        self.click_on(".first-difference button")
-        self.assertEqual(self.text("#frame-title"), "Frame 12")
-
-
 if __name__ == "__main__":
     unittest.main()

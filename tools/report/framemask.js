@@ -10,7 +10,7 @@
   function chart(frame, report, ch) {
     const { subbands } = report;
     const bars = [];
-    const mask = [];
+    const steps = []; // of the mask; a subband without a ratio leaves a gap
     let missing = 0;
     for (let sb = 0; sb < frame.sblimit; sb++) {
       const [smr, nmr] = [frame.smr(ch, sb), frame.nmr(ch, sb)];
@@ -21,8 +21,11 @@
       if (bought > 0) bar("bought", 0, bought);
       if (nmr > 0) bar("short", bought, smr);
       missing += nmr > 0;
-      mask.push([sb / subbands, place(smr)], [(sb + 1) / subbands, place(smr)]);
+      if (steps.at(-1)?.next !== sb) steps.push({ points: [] });
+      steps.at(-1).points.push([sb / subbands, place(smr)], [(sb + 1) / subbands, place(smr)]);
+      steps.at(-1).next = sb + 1;
     }
+    const mask = steps.map(({ points }) => path(points, { class: "mask" }));
     const xs = [0, 8, 16, 24]
       .filter((sb) => sb < subbands)
       .map((sb) => ({ at: (sb + 0.5) / subbands, text: String(sb) }));
@@ -31,7 +34,7 @@
     const describe = `${name}: ${missing ? qav.count(missing, "subband") : "no subband"} below what the mask asks.`;
     const options = { xs, ys, xName: "subband", yName: "dB", height: 170, describe };
     const title = frame.channels === 1 ? null : qav.html("figcaption", null, name);
-    return qav.html("figure", null, title, axes(options, bars, mask.length ? [path(mask, { class: "mask" })] : []));
+    return qav.html("figure", null, title, axes(options, bars, mask));
   }
 
   qav.frameMask = (frame, report) => {

@@ -14,13 +14,8 @@
     return unit === 1 ? count(bytes, "byte") : `${number(bytes / unit, 2)} ${name}, ${count(bytes, "byte")}`;
   }
 
-  function paddingText({ padded, frames, pattern, irregular }) {
-    if (!padded) return "none";
-    return (
-      `${number(padded)} of ${count(frames, "frame")}: ${pattern}` +
-      (irregular ? `; ${count(irregular, "frame")} against the rule` : "")
-    );
-  }
+  const paddingText = ({ padded, frames, pattern }) =>
+    padded ? `${number(padded)} of ${count(frames, "frame")}: ${pattern}` : "none";
 
   function unusedText({ bits, meanBits, share, zero, nonZeroFrames, constantByte }) {
     if (!bits) return "none";
