@@ -46,8 +46,8 @@ class ReportTest(unittest.TestCase):
     def setUpClass(cls):
         options = Options()
         options.binary_location = BROWSER
-        for argument in ("--headless=new", "--no-sandbox", "--disable-gpu", "--hide-scrollbars", "--disable-dev-shm-usage"):
-            options.add_argument(argument)
+        for argument in ("headless=new", "no-sandbox", "disable-gpu", "hide-scrollbars", "disable-dev-shm-usage"):
+            options.add_argument("--" + argument)
         options.set_capability("goog:loggingPrefs", {"browser": "ALL"})
         cls.driver = webdriver.Chrome(options=options, service=Service(DRIVER))
         cls.addClassCleanup(cls.driver.quit)
@@ -72,14 +72,16 @@ class ReportTest(unittest.TestCase):
         page = os.path.join(self.folder, "report.html")
         if os.path.exists(page):
             os.remove(page)
-        done = subprocess.run([QAV, "inspect", self.put(name, stream), "-o", page, *arguments], stdin=subprocess.DEVNULL,
-                              stdout=subprocess.PIPE, stderr=subprocess.STDOUT, cwd=self.folder, check=False)
+        command = [QAV, "inspect", self.put(name, stream), "-o", page, *arguments]
+        done = subprocess.run(command, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
+                              cwd=self.folder, check=False)
         self.assertEqual(done.returncode, status, done.stdout.decode(errors="replace"))
         return page
 
     def open(self, stream, *arguments, **options):
         self.driver.get("file://" + self.write(stream, *arguments, **options))
-        self.assertEqual(self.run_script("return document.documentElement.dataset.ready"), "yes", "the page did not get ready")
+        ready = self.run_script("return document.documentElement.dataset.ready")
+        self.assertEqual(ready, "yes", "the page did not get ready")
         self.settle()
 
     def screen(self, width, height):
@@ -102,7 +104,8 @@ class ReportTest(unittest.TestCase):
         return found.replace("\u202f", "").replace("−", "-")
 
     def texts(self, selector):
-        found = self.run_script("return [...document.querySelectorAll(arguments[0])].map((e) => e.textContent)", selector)
+        script = "return [...document.querySelectorAll(arguments[0])].map((e) => e.textContent)"
+        found = self.run_script(script, selector)
         return [text.replace("\u202f", "").replace("−", "-") for text in found]
 
     def rows(self, selector):
@@ -118,6 +121,19 @@ class ReportTest(unittest.TestCase):
             if text[0] == name:
                 return text[1].replace("\u202f", "")
         self.fail(f"no fact is called {name}")
+
+    def choose(self, identity, value):
+        """Set a field or a menu as a reader would."""
+        self.run_script("const e = document.getElementById(arguments[0]); e.value = arguments[1];"
+                        "e.dispatchEvent(new Event('change'))", identity, value)
+        self.settle()
+
+    def stored_bytes(self):
+        """What the hex of the frame shows."""
+        return bytes.fromhex("".join(self.texts(".hex .byte")))
+
+    def background(self):
+        return self.run_script("return getComputedStyle(document.body).backgroundColor")
 
     def keys(self, *keys, on="#cursor"):
         """Press keys as a keyboard does, on an element that has the focus."""
@@ -152,7 +168,8 @@ class ReportTest(unittest.TestCase):
         """A screenshot, or of one canvas what it holds, as PNG."""
         if selector:
             self.settle()
-            return base64.b64decode(self.run_script("return document.querySelector(arguments[0]).toDataURL().split(',')[1]", selector))
+            script = "return document.querySelector(arguments[0]).toDataURL().split(',')[1]"
+            return base64.b64decode(self.run_script(script, selector))
         return base64.b64decode(self.cdp("Page.captureScreenshot", format="png")["data"])
 
     def wait_for(self, condition, what):

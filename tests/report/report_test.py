@@ -1,7 +1,6 @@
 """The page that qav inspect writes, as a reader meets it: what it says, and how it moves."""
 
 import base64
-import json
 import re
 import unittest
 
@@ -34,14 +33,11 @@ class Numbers(ReportTest):
     """The page agrees with what an independent reading finds in the stream."""
 
     def show_frame(self, number):
-        self.run_script("const input = document.getElementById('frame-number'); input.value = arguments[0];"
-                        "input.dispatchEvent(new Event('change'))", number)
-        self.settle()
+        self.choose("frame-number", number)
         self.assertEqual(self.text("#frame-title"), f"Frame {number}")
 
     def check_frame(self, frame):
-        stored = self.run_script("return [...document.querySelectorAll('.hex .byte')].map((e) => e.textContent).join('')")
-        self.assertEqual(stored, self.stream[frame.offset : frame.offset + frame.bytes].hex())
+        self.assertEqual(self.stored_bytes(), self.stream[frame.offset : frame.offset + frame.bytes])
         bits = [int(re.match(r"\d+", text).group()) for text in self.texts(".budget-list dd")]
         self.assertEqual(bits, frame.bits)
         rows = self.rows(".subband-table")
@@ -142,8 +138,10 @@ class Numbers(ReportTest):
     def test_distributions(self):
         self.open(STEREO)
         tables = self.run_script(
-            "return Object.fromEntries([...document.querySelectorAll('.distribution')].map((figure) => [figure.querySelector('h3').textContent,"
-            "[...figure.querySelectorAll('tbody tr')].map((row) => [...row.children].map((cell) => cell.textContent))]))")
+            "const rows = (figure) => [...figure.querySelectorAll('tbody tr')]"
+            ".map((row) => [...row.children].map((cell) => cell.textContent));"
+            "return Object.fromEntries([...document.querySelectorAll('.distribution')]"
+            ".map((figure) => [figure.querySelector('h3').textContent, rows(figure)]))")
         for subband, row in enumerate(tables["Bits by subband"]):
             for channel in (0, 1):
                 mean = sum(subband_bits(frame, channel, subband) for frame in FRAMES) / 30
@@ -182,7 +180,8 @@ class Faults(ReportTest):
     """Each planted fault has its marker at its frame."""
 
     def markers(self):
-        return self.run_script("return [...document.querySelectorAll('.marker')].map((m) => [m.dataset.kind, Number(m.dataset.frame)])")
+        return self.run_script("return [...document.querySelectorAll('.marker')]"
+                               ".map((m) => [m.dataset.kind, Number(m.dataset.frame)])")
 
     def test_three_faults(self):
         stream = bytearray(STEREO[:-50])            # the last frame is cut
@@ -203,7 +202,8 @@ class Faults(ReportTest):
             with self.subTest(marker=name):
                 self.keys("Home", *["ArrowRight"] * frame)
                 marker, cursor = self.box(f'.marker[data-frame="{frame}"]'), self.box(".lanes .cursor")
-                self.assertAlmostEqual(marker["left"] + marker["width"] / 2, cursor["left"] + cursor["width"] / 2, delta=2)
+                middles = [box["left"] + box["width"] / 2 for box in (marker, cursor)]
+                self.assertAlmostEqual(*middles, delta=2)
 
         self.click_on('.marker[data-kind="check word"]')
         self.assertEqual(self.text("#frame-title"), "Frame 7")
@@ -232,7 +232,8 @@ class Faults(ReportTest):
             stream[FRAMES[number].offset + 6] ^= 0x40
         self.screen(400, 900)
         self.open(bytes(stream), status=3)
-        self.assertEqual(self.run_script("return [...document.querySelectorAll('.marker')].map((m) => m.dataset.count)"), ["2"])
+        counts = self.run_script("return [...document.querySelectorAll('.marker')].map((m) => m.dataset.count)")
+        self.assertEqual(counts, ["2"])
         self.keys(*"++")
         self.assertEqual(self.markers(), [["check word", 10], ["check word", 11]])
 
@@ -261,7 +262,8 @@ class Moving(ReportTest):
 
     def lens(self):
         """The part of the whole that is in view."""
-        return self.run_script("const s = document.querySelector('.lens').style; return [parseFloat(s.left), parseFloat(s.width)]")
+        return self.run_script("const s = document.querySelector('.lens').style;"
+                               "return [parseFloat(s.left), parseFloat(s.width)]")
 
     def test_the_cursor_follows_the_mouse(self):
         box = self.box("#lane-bits canvas")
@@ -269,7 +271,8 @@ class Moving(ReportTest):
             self.mouse("Moved", box["left"] + (frame + 0.5) / 30 * box["width"], box["top"] + 10)
             self.settle()
             self.assertEqual(self.here(), frame)
-        self.assertEqual(self.run_script("return document.getElementById('cursor').getAttribute('aria-valuenow')"), "29")
+        told = self.run_script("return document.getElementById('cursor').getAttribute('aria-valuenow')")
+        self.assertEqual(told, "29")
         # It stands in one place for all lanes, whose pictures begin and end together.
         edges = self.run_script("return [...document.querySelectorAll('.plane canvas')].map((c) => {"
                                 "const b = c.getBoundingClientRect(); return [b.left, b.right].join() })")
@@ -343,8 +346,7 @@ class Moving(ReportTest):
 
     def test_channels_and_lanes_can_be_chosen(self):
         self.assertEqual(len(self.texts("#lane-map-bits canvas")), 2)
-        self.run_script("const s = document.getElementById('channel-choice'); s.value = '1'; s.dispatchEvent(new Event('change'))")
-        self.settle()
+        self.choose("channel-choice", "1")
         self.assertEqual(self.texts("#lane-map-bits .channel"), ["R"])
         self.run_script("document.querySelector('.menu input').click()")
         self.settle()
@@ -376,26 +378,27 @@ class Page(ReportTest):
         for scheme in ("light", "dark"):
             self.cdp("Emulation.setEmulatedMedia", features=[{"name": "prefers-color-scheme", "value": scheme}])
             self.open(STEREO)
-            seen[scheme] = self.picture("#lane-map-bits canvas"), self.run_script("return getComputedStyle(document.body).backgroundColor")
+            seen[scheme] = self.picture("#lane-map-bits canvas"), self.background()
         self.assertNotEqual(seen["light"][0], seen["dark"][0])
         self.assertEqual(seen["light"][1], "rgb(255, 255, 255)")
-        self.run_script("const s = document.getElementById('theme-choice'); s.value = 'light'; s.dispatchEvent(new Event('change'))")
-        self.settle()
-        self.assertEqual(self.run_script("return getComputedStyle(document.body).backgroundColor"), "rgb(255, 255, 255)")
+        self.choose("theme-choice", "light")
+        self.assertEqual(self.background(), "rgb(255, 255, 255)")
         self.assertEqual(self.picture("#lane-map-bits canvas"), seen["light"][0])
         self.cdp("Emulation.setEmulatedMedia", features=[])
 
     def test_paper(self):
         self.cdp("Emulation.setEmulatedMedia", features=[{"name": "prefers-color-scheme", "value": "dark"}])
         self.open(STEREO)
-        self.run_script("window.seen = []; addEventListener('beforeprint', () => seen.push(document.documentElement.dataset.theme))")
+        self.run_script("window.seen = [];"
+                        "addEventListener('beforeprint', () => seen.push(document.documentElement.dataset.theme))")
         printed = base64.b64decode(self.cdp("Page.printToPDF", paperWidth=8.27, paperHeight=11.69)["data"])
         self.assertTrue(printed.startswith(b"%PDF"))
         self.assertEqual(self.run_script("return seen"), ["light"], "paper is light")
         self.assertEqual(self.run_script("return document.documentElement.dataset.theme"), "dark")
         self.cdp("Emulation.setEmulatedMedia", media="print")
         for gone in (".tools", ".frame-body .byte-reading", "#contents"):
-            self.assertEqual(self.run_script("return getComputedStyle(document.querySelector(arguments[0])).display", gone), "none", gone)
+            display = self.run_script("return getComputedStyle(document.querySelector(arguments[0])).display", gone)
+            self.assertEqual(display, "none", gone)
         self.cdp("Emulation.setEmulatedMedia", media="", features=[])
 
     def test_everything_has_a_name(self):
@@ -404,10 +407,9 @@ class Page(ReportTest):
         self.open(bytes(stream), status=3)
         tree = self.cdp("Accessibility.getFullAXTree")["nodes"]
         wanted = {"button", "slider", "combobox", "image", "listbox", "checkbox", "spinbutton", "DisclosureTriangle"}
-        nameless = [node["role"]["value"] for node in tree
-                    if not node.get("ignored") and node["role"]["value"] in wanted and not node.get("name", {}).get("value")]
-        self.assertEqual(nameless, [])
-        said = [node["name"]["value"] for node in tree if not node.get("ignored") and node["role"]["value"] == "image"]
+        told = [(node["role"]["value"], node.get("name", {}).get("value")) for node in tree if not node.get("ignored")]
+        self.assertEqual([role for role, name in told if role in wanted and not name], [])
+        said = [name for role, name in told if role == "image"]
         self.assertTrue(any("Bits by subband. Left" in name for name in said), said)
 
     def test_the_keyboard_reaches_all(self):
@@ -416,7 +418,8 @@ class Page(ReportTest):
         for _ in range(40):
             self.cdp("Input.dispatchKeyEvent", type="keyDown", key="Tab", code="Tab", windowsVirtualKeyCode=9)
             self.cdp("Input.dispatchKeyEvent", type="keyUp", key="Tab", code="Tab", windowsVirtualKeyCode=9)
-            reached.append(self.run_script("const e = document.activeElement; return e.id || e.className || e.textContent"))
+            script = "const e = document.activeElement; return e.id || e.className || e.textContent"
+            reached.append(self.run_script(script))
         for wanted in ("skip", "theme-choice", "channel-choice", "cursor", "frame-number", "hex"):
             self.assertIn(wanted, reached)
 
@@ -438,15 +441,13 @@ class Long(ReportTest):
         self.keys("End")
         self.assertIn(f"to {frames - 1}", self.text(".here"))
         # Not every frame's bytes are in the page; it says which frame it shows instead, and how to see the other.
-        self.run_script("const input = document.getElementById('frame-number'); input.value = 5001; input.dispatchEvent(new Event('change'))")
-        self.settle()
+        self.choose("frame-number", 5001)
         shown = int(self.text("#frame-title").split()[1])
         self.assertLess(shown, 5001)
         self.assertIn("frame 5001 are not in this report", self.text("#frame-notice"))
         self.assertIn("qav inspect --from", self.text("#frame-notice"))
-        stored = self.run_script("return [...document.querySelectorAll('.hex .byte')].map((e) => e.textContent).join('')")
         frame = FRAMES[shown % 30]
-        self.assertEqual(stored, STEREO[frame.offset : frame.offset + frame.bytes].hex())
+        self.assertEqual(self.stored_bytes(), STEREO[frame.offset : frame.offset + frame.bytes])
 
 
 if __name__ == "__main__":
