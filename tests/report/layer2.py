@@ -43,7 +43,7 @@ def tripleBits(levels):
 
 
 class Frame:
-    """One frame; `bits` are the sizes of its sections in their order."""
+    """One frame; `bits` are the sizes of its sections in their order, `fields` all fields as (first bit, width, value)."""
 
     def __init__(self, data, offset):
         head = int.from_bytes(data[offset:offset + 4], "big")
@@ -68,12 +68,19 @@ class Frame:
 
     def body(self, frame):
         text = "".join(f"{byte:08b}" for byte in frame)
-        at = 48 if self.protected else 32
+        at = 0
+        self.fields = []
 
         def take(width):
             nonlocal at
             at += width
-            return int(text[at - width:at] or "0", 2)
+            value = int(text[at - width:at] or "0", 2)
+            if width:
+                self.fields.append((at - width, width, value))
+            return value
+
+        for width in (12, 1, 2, 1, 4, 2, 1, 1, 2, 2, 1, 1, 2, 16 if self.protected else 0):
+            take(width)
 
         pairs = [(sb, ch) for sb in range(self.sblimit) for ch in range(self.channels)]
         sent = [(sb, ch) for sb, ch in pairs if ch == 0 or sb < self.bound]  # allocation and samples
@@ -95,8 +102,13 @@ class Frame:
         self.bits.append(at - sum(self.bits))
         self.levels = [[self.rows[sb][1][self.allocation[ch][sb]] for sb in range(self.sblimit)]
                        for ch in range(self.channels)]
-        self.bits.append(12 * sum(tripleBits(self.levels[ch][sb]) for sb, ch in sent))
-        self.bits.append(8 * self.bytes - sum(self.bits))
+        for _ in range(12):
+            for levels in (self.levels[ch][sb] for sb, ch in sent):
+                codewords = 1 if levels in (3, 5, 9) else 3
+                for _ in range(codewords):
+                    take(tripleBits(levels) // codewords)
+        self.bits.append(at - sum(self.bits))
+        self.bits.append(8 * self.bytes - at)
 
 
 def frames(data):

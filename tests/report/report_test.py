@@ -163,6 +163,35 @@ class Numbers(ReportTest):
         self.keys("End", on=".hex")
         self.assertIn(f"Byte {FRAMES[0].bytes - 1}:", self.text(".byte-reading"))
 
+    def test_every_bit_has_its_name(self):
+        for stream in (STEREO, JOINT, MONO):
+            frame = list(layer2.frames(stream))[5]
+            self.open(stream)
+            self.show_frame(5)
+            readings = self.run_script(
+                "return [...document.querySelectorAll('.hex .byte')].map((byte) => {"
+                "byte.dispatchEvent(new PointerEvent('pointerover', {bubbles: true}));"
+                "return document.querySelector('.byte-reading').textContent})")
+            told = set()
+            for first, last, value in re.findall(r"\(bits? (\d+)(?:–(\d+))?\) = (\d+)", "; ".join(readings)):
+                told.add((int(first), int(last or first) - int(first) + 1, int(value)))
+            unused = 8 * frame.bytes - frame.bits[6]
+            self.assertEqual(sorted(field for field in told if field[0] < unused), frame.fields)
+
+    def test_maps_are_coloured_where_something_is_coded(self):
+        self.open(STEREO)
+        for channel in (0, 1):
+            coloured = self.run_script(
+                "const canvas = document.querySelectorAll('#lane-map-scale canvas')[arguments[0]];"
+                "const { width, height } = canvas;"
+                "const { data } = canvas.getContext('2d').getImageData(0, 0, width, height);"
+                "const at = (frame, subband) => data[4 * (Math.floor((frame + 0.5) / 30 * width)"
+                " + width * Math.floor((29.5 - subband) / 30 * height)) + 3] === 255;"
+                "const all = [...Array(30).keys()];"
+                "return all.map((frame) => all.map((subband) => at(frame, subband)))", channel)
+            coded = [[(subband, channel) in frame.scaleFactor for subband in range(30)] for frame in FRAMES]
+            self.assertEqual(coloured, coded)
+
     def test_broadcasters_bytes_are_shown(self):
         # Bytes put where the samples of the last frame left room, as broadcasters do.
         stream = bytearray(STEREO)
