@@ -5,6 +5,7 @@
 #include <poll.h>
 #include <stdlib.h>
 #include <sys/stat.h>
+#include <sys/uio.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -23,6 +24,12 @@ namespace qav::tool {
 namespace {
 
 constexpr size_t kBufferBytes = 256 * 1024;
+
+// So much of an output stays in the system's cache. What goes beyond that is on its way to the drive at once and leaves the
+// cache as soon as it is there, so that a long output does not drive everything else out of the memory, and the next block
+// finds memory that is ready for it. Systems before Linux 6.14 and some file systems do not know how.
+constexpr uint64_t kCachedBytes = uint64_t{64} << 20;
+constexpr int kDontCache = 0x80;  // RWF_DONTCACHE, which is missing in most headers
 
 [[noreturn]] void failWrite(int error) {
   const char *remedy = "check the drive";
@@ -129,7 +136,7 @@ void OutputFile::openTarget(const std::string &name, bool overwrite) {
   }
   if (exists) static_cast<void>(fchmod(fd_, mode));
   target_ = target;
-  owned_ = canPatch_ = true;
+  owned_ = canPatch_ = mayPass_ = true;
 }
 
 OutputFile::~OutputFile() { discard(); }
@@ -164,7 +171,9 @@ void OutputFile::flush() {
 void OutputFile::writeAll(const uint8_t *data, size_t bytes) {
   while (bytes > 0) {
     throwIfInterrupted();  // a write that blocks is ended from outside
-    const ssize_t n = ::write(fd_, data, bytes);
+    const bool isPassing = mayPass_ && size_ > kCachedBytes;
+    const iovec part{const_cast<uint8_t *>(data), bytes};
+    const ssize_t n = isPassing ? pwritev2(fd_, &part, 1, -1, kDontCache) : ::write(fd_, data, bytes);
     if (n < 0) {
       if (errno == EAGAIN) {  // whoever started this made the pipe so: wait for its reader, and for signals
         pollfd one{fd_, POLLOUT, 0};
@@ -172,6 +181,10 @@ void OutputFile::writeAll(const uint8_t *data, size_t bytes) {
         continue;
       }
       if (errno == EINTR) continue;
+      if (isPassing && (errno == EOPNOTSUPP || errno == EINVAL || errno == ENOSYS)) {
+        mayPass_ = false;
+        continue;
+      }
       failWrite(errno);
     }
     data += n;

@@ -46,7 +46,8 @@ class OutputFile {
   bool owned_ = false;
   bool overwrite_ = false;
   bool canPatch_ = false;
-  int64_t start_ = 0;  // where in the descriptor this output begins
+  bool mayPass_ = false;  // a file on whose end the cache need not be spent
+  int64_t start_ = 0;     // where in the descriptor this output begins
   uint64_t size_ = 0;
   size_t collected_ = 0;
   std::unique_ptr<uint8_t[]> buffer_;

@@ -74,12 +74,19 @@ def check_constant(library, objects):
 
 def check_fused(objects):
     function = ""
+    has_purpose, found_purpose = False, False
     for binary in objects:
         for line in lines_of("objdump", "-d", "--no-show-raw-insn", "-C", binary):
             if line.endswith(">:"):
                 function = line
-            elif FUSED.search(line) and not FUSED_ON_PURPOSE.search(function):
-                yield f"{pathlib.Path(binary).name}: {function} {line.strip()}"
+                has_purpose |= bool(FUSED_ON_PURPOSE.search(line))
+            elif FUSED.search(line):
+                if FUSED_ON_PURPOSE.search(function):
+                    found_purpose = True
+                else:
+                    yield f"{pathlib.Path(binary).name}: {function} {line.strip()}"
+    if has_purpose and not found_purpose:
+        yield "the fused instructions that are asked for were not recognised, so others would not be either"
 
 
 def main():
