@@ -4,6 +4,7 @@
 #include <sys/resource.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <string>
 
@@ -50,6 +51,24 @@ TEST(OutputFile, AppearsWholeWhenCommitted) {
   }
   EXPECT_EQ(contentOf(folder / "a"), expected);
   EXPECT_EQ(folder.names(), std::vector<std::string>{"a"});
+}
+
+// Whose end is written in another way, where the system knows it.
+TEST(OutputFile, ALongOneIsWholeToo) {
+  constexpr size_t kBytes = 70 << 20, kPiece = 100003;
+  const ScratchFolder folder;
+  std::string expected(kBytes, 0);
+  uint32_t noise = 1;
+  for (char &c : expected) {
+    noise = noise * 1664525 + 1013904223;
+    c = static_cast<char>(noise >> 24);
+  }
+  OutputFile out(folder / "a", false);
+  for (size_t at = 0; at < kBytes; at += kPiece) out.write(&expected[at], std::min(kPiece, kBytes - at));
+  out.patch(1, "PATCH", 5);
+  out.commit();
+  expected.replace(1, 5, "PATCH");
+  EXPECT_TRUE(contentOf(folder / "a") == expected);
 }
 
 TEST(OutputFile, LeavesNothingWithoutCommit) {
