@@ -61,12 +61,12 @@ int checkOne(Job &job, const CheckOptions &options) {
 
 int runCheck(int argc, char **argv) {
   CommandLine line("check", "Decode without writing, and say whether each stream is whole.",
-                   "  qav check *.mp2                one line a file, and one for each thing found\n"
-                   "  qav check --json --md5 *.mp2   the same as JSON, with the checksum of the decoded PCM");
+                   "  qav check *.mp2                a line a file, and one for each thing found\n"
+                   "  qav check --json --md5 *.mp2   as JSON, with checksums of the sound");
   CheckOptions options;
   line.addInputs(options, kMpegExtensions);
-  line.app().add_flag("--md5", options.md5, "add the MD5 checksum of the decoded samples");
-  line.app().add_flag("--strict", options.strict, "warnings count too");
+  line.app().add_flag("--md5", options.md5, "add the MD5 checksum of the decoded samples")->group("Verdict");
+  line.app().add_flag("--strict", options.strict, "warnings count too")->group("Verdict");
   int status = kGood;
   if (!line.parse(argc, argv, status)) return status;
   return runJobs(options, [&](Job &job) {

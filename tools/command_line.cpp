@@ -5,12 +5,13 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <numeric>
 #include <thread>
 
 #include "tools/failure.h"
 #include "tools/input_list.h"
 #include "tools/message.h"
+#include "tools/nearest.h"
+#include "tools/option_list.h"
 
 namespace qav::tool {
 
@@ -19,22 +20,6 @@ const std::vector<std::string> kPcmExtensions{".wav",  ".wave", ".bwf",  ".rf64"
                                               ".aiff", ".aifc", ".flac", ".caf",  ".au",  ".snd"};
 
 namespace {
-
-// Levenshtein distance.
-size_t editDistance(const std::string &a, const std::string &b) {
-  std::vector<size_t> row(b.size() + 1);
-  std::iota(row.begin(), row.end(), size_t{0});
-  for (size_t i = 1; i <= a.size(); ++i) {
-    size_t diagonal = row[0];
-    row[0] = i;
-    for (size_t j = 1; j <= b.size(); ++j) {
-      const size_t replaced = diagonal + (a[i - 1] != b[j - 1] ? 1 : 0);
-      diagonal = row[j];
-      row[j] = std::min({replaced, row[j] + 1, row[j - 1] + 1});
-    }
-  }
-  return row[b.size()];
-}
 
 // As CLI11 takes them: last argument first, without the program. It would take a file named "[a,b]" for a list of two;
 // "./[a,b]" is the same file.
@@ -48,20 +33,43 @@ std::vector<std::string> reversedArguments(int argc, char **argv) {
   return arguments;
 }
 
-}  // namespace
-
-std::string nearest(const std::string &word, const std::vector<std::string> &candidates) {
-  std::string best;
-  size_t bestDistance = std::max<size_t>(1, word.size() / 3) + 1;
-  for (const std::string &candidate : candidates) {
-    const size_t distance = editDistance(word, candidate);
-    if (distance < bestDistance) {
-      best = candidate;
-      bestDistance = distance;
-    }
-  }
-  return best;
+// What to say to a word that looks like an option and is none.
+Complaint unknownOption(const CLI::App &app, const std::string &word, const std::string &seeHelp) {
+  const std::string name = word.substr(0, word.find('='));
+  std::vector<std::string> names;
+  for (const CLI::Option *option : app.get_options())
+    for (const std::string &known : option->get_lnames()) names.push_back("--" + known);
+  const std::string meant = nearest(name.starts_with("--") ? name : "-" + name, names);
+  return {{},
+          "there is no option " + displayName(name),
+          meant.empty() ? seeHelp : fmt::format("did you mean '{}'?", meant)};
 }
+
+// "-bitrate" is read as "-b itrate".
+bool isLongWithOneDash(const CLI::App &app, const std::string &word) {
+  if (word.size() < 3 || word[0] != '-' || word[1] == '-') return false;
+  return app.get_option_no_throw("-" + word.substr(0, word.find('='))) != nullptr;
+}
+
+// What to say to a command line that CLI11 could not read.
+Complaint complaintAbout(const CLI::ParseError &error, const CLI::App &app, const std::vector<std::string> &arguments,
+                         const std::string &seeHelp) {
+  for (const std::string &word : arguments)
+    if (isLongWithOneDash(app, word)) return unknownOption(app, word, seeHelp);
+  for (const std::string &word : app.remaining())
+    if (word.size() > 1 && word.front() == '-') return unknownOption(app, word, seeHelp);
+  std::string what = error.what();
+  const size_t equals = what.find(" = ");
+  if (dynamic_cast<const CLI::ConversionError *>(&error) && equals != std::string::npos) {
+    const std::string option = what.substr(0, equals);  // "Could not convert: --gain"
+    what = option.substr(option.rfind(' ') + 1) + " takes a number, not " + what.substr(equals + 3);
+  }
+  std::replace(what.begin(), what.end(), '\n', ' ');
+  what = CLI::detail::find_and_replace(what, ".000000", "");
+  return {{}, displayName(what), seeHelp};
+}
+
+}  // namespace
 
 std::string versionText() {
   uint32_t version = 0;
@@ -70,43 +78,47 @@ std::string versionText() {
 }
 
 CommandLine::CommandLine(const std::string &name, const std::string &summary, const std::string &examples)
-    : name_(name), app_(summary + "\n\nExamples:\n" + examples + "\n", "qav " + name) {
-  app_.set_help_flag("-h,--help", "this text");
-  app_.set_version_flag("--version", versionText(), "the version");
-  app_.get_formatter()->column_width(34);
+    : name_(name), app_(summary, "qav " + name), help_(std::make_shared<HelpFormatter>(examples)) {
+  app_.formatter(help_);
 }
 
 void CommandLine::addInputs(CommonOptions &options, std::vector<std::string> extensions) {
   common_ = &options;
   options.command = name_;
   extensions_ = std::move(extensions);
-  app_.add_option("INPUT", options.inputs, "files; - is standard input")->type_name("");
-  app_.add_flag("--recursive", options.recursive, "take the files in folders, and in the folders in them");
-  app_.add_option("--files-from", options.filesFrom, "take the names in this file too, one on each line")
-      ->type_name("FILE|-");
-  app_.add_flag("--null", options.nullSeparated, "they end with NUL bytes, as find -print0 writes them");
-  app_.add_option("-j,--jobs", options.jobs, "worker threads in all (default: one per core)")
+  app_.add_option("INPUT", options.inputs, "files; - is standard input")->type_name("")->group(kInputGroup);
+  app_.add_flag("--recursive", options.recursive, "those in folders too, and in folders in them")->group(kInputGroup);
+  app_.add_option("--files-from", options.filesFrom, "those listed in FILE, one a line")
+      ->type_name("FILE")
+      ->group(kInputGroup);
+  sameLine(app_.add_flag("--null", options.nullSeparated, "NUL-ended")->group(kInputGroup));
+  app_.add_option("-j,--jobs", options.jobs, "threads in all (default: one per core)")
       ->type_name("N")
-      ->check(CLI::Range(1u, 4096u));
-  app_.add_flag("-q,--quiet", options.quiet, "say nothing but what is wrong");
-  app_.add_flag("-v,--verbose", options.verbose, "say more");
-  app_.add_flag("--json", options.json, "results as one JSON object a file, on standard output");
-  app_.add_option("--report", options.report, "the same objects into a file, as each input is finished")
-      ->type_name("FILE");
-  app_.add_option("--resume", options.resume,
-                  "leave out what this report calls done and is unchanged; add the rest to it")
-      ->type_name("FILE");
+      ->check(CLI::Range(1u, 4096u))
+      ->group(kRunGroup);
+  app_.add_flag("--json", options.json, "one JSON object a file, on standard output")->group(kRunGroup);
+  app_.add_option("--report", options.report, "the same objects into FILE, as files are done")
+      ->type_name("FILE")
+      ->group(kRunGroup);
+  app_.add_option("--resume", options.resume, "leave out what this report calls done; add to it")
+      ->type_name("FILE")
+      ->group(kRunGroup);
   app_.add_option_function<std::string>(
           "--progress", [&options](const std::string &) { options.progressJson = true; },
-          "tell how far the work is as JSON, on standard error")
+          "how far it is as JSON, on standard error")
       ->type_name("json")
-      ->check(CLI::IsMember({"json"}));
+      ->check(CLI::IsMember({"json"}))
+      ->group(kRunGroup);
+  app_.add_flag("-q,--quiet", options.quiet, "only what is wrong")->group(kRunGroup);
+  sameLine(app_.add_flag("-v,--verbose", options.verbose, "more")->group(kRunGroup));
 }
 
 void CommandLine::addOutput(CommonOptions &options, const std::string &whatIsWritten) {
-  app_.add_option("-o,--output", options.output, whatIsWritten)->type_name("FILE|DIR|-");
-  app_.add_flag("-f,--force", options.force, "overwrite existing files");
+  app_.add_option("-o,--output", options.output, whatIsWritten)->type_name("FILE|DIR|-")->group(kOutputGroup);
+  app_.add_flag("-f,--force", options.force, "overwrite existing files")->group(kOutputGroup);
 }
+
+void CommandLine::sameLine(const CLI::Option *option) { help_->joinLine(option); }
 
 void CommandLine::listInputs() {
   if (common_->inputs.empty() && common_->filesFrom.empty())
@@ -117,6 +129,13 @@ void CommandLine::listInputs() {
 
 bool CommandLine::parse(int argc, char **argv, int &status) {
   status = kGood;
+  app_.set_help_flag("-h,--help", "this text")->group(kRunGroup);
+  sameLine(app_.set_version_flag("--version", versionText(), "the version")->group(kRunGroup));
+  if (argc == 2 && argv[1] == kListOptions) {
+    fmt::print("{}\n", optionList(name_, app_).dump());
+    return false;
+  }
+  const std::string seeHelp = fmt::format("see 'qav {} --help'", name_);
   try {
     app_.parse(reversedArguments(argc, argv));
     if (common_) listInputs();
@@ -134,10 +153,9 @@ bool CommandLine::parse(int argc, char **argv, int &status) {
   } catch (const CLI::CallForHelp &) {
     fmt::print("{}", app_.help());
   } catch (const CLI::ParseError &error) {
-    std::string what = error.what();
-    std::replace(what.begin(), what.end(), '\n', ' ');
     status = kUsage;
-    fmt::print(stderr, "{}\n", messageLine("", {name_, displayName(what), fmt::format("see 'qav {} --help'", name_)}));
+    const Complaint complaint = complaintAbout(error, app_, reversedArguments(argc, argv), seeHelp);
+    fmt::print(stderr, "{}\n", messageLine("", {name_, complaint.what, complaint.remedy}));
   } catch (const Failure &failure) {
     status = failure.status;
     fmt::print(stderr, "{}\n", messageLine("", {name_, failure.complaint.what, failure.complaint.remedy}));

@@ -2,10 +2,12 @@
 #pragma once
 
 #include <CLI/CLI.hpp>
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "tools/common_options.h"
+#include "tools/help_formatter.h"
 
 namespace qav::tool {
 
@@ -19,7 +21,7 @@ struct Subcommand {
 // Every subcommand, in the order of the help text.
 extern const std::vector<Subcommand> subcommands;
 
-// A parser for `qav NAME`, with --help that shows `examples`, and --version.
+// A parser for `qav NAME`, with --help that begins with `examples`, and --version.
 class CommandLine {
  public:
   CommandLine(const std::string &name, const std::string &summary, const std::string &examples);
@@ -29,8 +31,11 @@ class CommandLine {
   void addInputs(CommonOptions &options, std::vector<std::string> extensions);
   void addOutput(CommonOptions &options, const std::string &whatIsWritten);
 
-  // For options of the subcommand's own.
+  // For options of the subcommand's own. Those that share a heading of the help text are given a group.
   CLI::App &app() { return app_; }
+
+  // Let the help text show this option on the line of the one declared before it.
+  void sameLine(const CLI::Option *option);
 
   // True when the command line is good; else `status` is what to exit with: help was shown, or the mistake was reported.
   bool parse(int argc, char **argv, int &status);
@@ -40,6 +45,7 @@ class CommandLine {
 
   std::string name_;
   CLI::App app_;
+  std::shared_ptr<HelpFormatter> help_;
   CommonOptions *common_ = nullptr;
   std::vector<std::string> extensions_;
 };
@@ -49,8 +55,5 @@ extern const std::vector<std::string> kMpegExtensions, kPcmExtensions;
 
 // "qav 9.0.3.3"
 std::string versionText();
-
-// The candidate that `word` was probably meant to be; empty when none is near.
-std::string nearest(const std::string &word, const std::vector<std::string> &candidates);
 
 }  // namespace qav::tool

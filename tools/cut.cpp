@@ -96,15 +96,16 @@ int runCut(int argc, char **argv) {
                    "  qav cut *.mp2 --to 30 -o previews/      the first half minute of each");
   CutOptions options;
   line.addInputs(options, kMpegExtensions);
-  line.addOutput(options, "the output; default: beside the input, as in concert.cut.mp2");
+  line.addOutput(options, "the output; default: concert.cut.mp2 beside it");
   const auto addTime = [&](const char *name, double &time, const char *what) {
     line.app()
         .add_option_function<std::string>(
             name, [&time, name](const std::string &text) { time = parseTime(name, text); }, what)
-        ->type_name("TIME");
+        ->type_name("TIME")
+        ->group("Part");
   };
-  addTime("--from", options.from, "where the part begins: seconds or h:m:s (default: the start)");
-  addTime("--to", options.to, "where it ends (default: the end)");
+  addTime("--from", options.from, "its begin: seconds or h:m:s (default: the start)");
+  addTime("--to", options.to, "its end (default: the end)");
   int status = kGood;
   if (!line.parse(argc, argv, status)) return status;
   if (line.app().count("--from") + line.app().count("--to") == 0)

@@ -117,19 +117,19 @@ int decodeOne(Job &job, const DecodeOptions &options, const std::string &outputN
 int runDecode(int argc, char **argv) {
   CommandLine line("decode", "Decode MPEG audio of Layer I and II into 16-bit WAV files.",
                    "  qav decode concert.mp2                 writes concert.wav\n"
-                   "  qav decode *.mp2 -o wav/               writes wav/....wav\n"
-                   "  qav decode - -o - --raw <in | player   from a pipe into a pipe, bare samples");
+                   "  qav decode - -o - --raw <in | play   from a pipe into a pipe, bare samples");
   DecodeOptions options;
   line.addInputs(options, kMpegExtensions);
   line.addOutput(options, "the output; default: beside the input");
-  line.app().add_flag("--raw", options.raw, "bare 16-bit little-endian samples instead of WAV");
+  line.app().add_flag("--raw", options.raw, "bare 16-bit little-endian samples instead of WAV")->group(kOutputGroup);
   std::string gaps = "silence";
   line.app()
       .add_option("--gaps", gaps, "lost frames become silence, or are left out")
       ->type_name("silence|skip")
+      ->group(kOutputGroup)
       ->check(CLI::IsMember({"silence", "skip"}));
-  line.app().add_flag("--lenient", options.lenient, "exit 0 although the stream was damaged");
-  line.app().add_flag("--split", options.split, "one file a stretch where the format changes");
+  line.app().add_flag("--lenient", options.lenient, "exit 0 although the stream was damaged")->group(kRunGroup);
+  line.app().add_flag("--split", options.split, "one file a stretch where the format changes")->group(kOutputGroup);
   int status = kGood;
   if (!line.parse(argc, argv, status)) return status;
   options.skipGaps = gaps == "skip";

@@ -138,48 +138,57 @@ int encodeOne(Job &job, const EncodeOptions &options, const std::string &outputN
   return status;
 }
 
+constexpr const char *kStreamGroup = "Stream";
+
 void addStreamOptions(CommandLine &line, StreamRequest &stream) {
   CLI::App &app = line.app();
-  app.add_option("-b,--bitrate", stream.kbps, "of the whole stream (default: 192 for two channels, 96 for one)")
-      ->type_name("KBPS");
-  app.add_option("-r,--rate", stream.freqHz, "32000, 44100 or 48000 (default: the input's, or the next above)")
-      ->type_name("HZ");
-  app.add_option("--channels", stream.channels, "one is spread to two, two are averaged to one")
+  app.add_option("-b,--bitrate", stream.kbps, "of the whole (default: 192, for one channel 96)")
+      ->type_name("KBPS")
+      ->group(kStreamGroup);
+  app.add_option("-r,--rate", stream.freqHz, "32000, 44100, 48000 (default: input's, or next)")
+      ->type_name("HZ")
+      ->group(kStreamGroup);
+  app.add_option("--channels", stream.channels, "one is spread to two, two averaged to one")
       ->type_name("1|2")
+      ->group(kStreamGroup)
       ->check(CLI::IsMember({1u, 2u}));
   std::vector<std::string> names;
   for (const Profile &profile : profiles()) names.emplace_back(profile.name);
   app.add_option_function<std::string>(
          "--for", [&stream](const std::string &name) { stream.profile = profileNamed(name); },
-         "take and check what this use allows")
-      ->type_name(fmt::format("{}", fmt::join(names, "|")))
+         fmt::format("{}: what it allows", fmt::join(names, ", ")))
+      ->type_name("USE")
+      ->group(kStreamGroup)
       ->check(CLI::IsMember(names));
-  app.add_flag("!--no-crc", stream.checkWord, "leave out the check words");
+  app.add_flag("!--no-crc", stream.checkWord, "leave out the check words")->group(kStreamGroup);
   app.add_option_function<std::string>(
          "--emphasis",
          [&stream](const std::string &name) { stream.emphasis = name == "50/15" ? 1
                                                                 : name == "j17" ? 3
                                                                                 : 0; },
-         "say in the header that the samples are pre-emphasised")
+         "mark the sound as pre-emphasised")
       ->type_name("none|50/15|j17")
+      ->group(kStreamGroup)
       ->check(CLI::IsMember({"none", "50/15", "j17"}));
-  app.add_flag("--copyright", stream.copyright, "set the copyright bit");
+  app.add_flag("--copyright", stream.copyright, "mark as protected by copyright")->group(kStreamGroup);
   CLI::Option *const original = app.add_flag("--original", stream.original, "mark as an original (default)");
-  app.add_flag("!--copy", stream.original, "mark as a copy")->excludes(original);
+  CLI::Option *const copy = app.add_flag("!--copy", stream.original, "as a copy");
+  line.sameLine(copy->excludes(original)->group(kStreamGroup));
+  original->group(kStreamGroup);
 }
 
 }  // namespace
 
 int runEncode(int argc, char **argv) {
   CommandLine line("encode", "Encode PCM files into MPEG-1 Layer II streams.",
-                   "  qav encode concert.wav -b 256              writes concert.mp2\n"
-                   "  qav encode *.flac -o mp2/ --for dvb        writes mp2/....mp2");
+                   "  qav encode concert.wav -b 256           writes concert.mp2\n"
+                   "  qav encode *.flac -o mp2/ --for dvb     writes mp2/....mp2");
   EncodeOptions options;
   line.addInputs(options, kPcmExtensions);
   line.addOutput(options, "the output; default: beside the input");
   addStreamOptions(line, options.stream);
   addPcmOptions(line, options);
-  line.app().add_flag("--verify", options.verify, "decode while encoding; tell signal to noise, and noise to mask");
+  line.sameLine(line.app().add_flag("--verify", options.verify, "decode and measure the noise")->group(kSoundGroup));
   int status = kGood;
   if (!line.parse(argc, argv, status)) return status;
   checkRequest(options.stream);

@@ -123,21 +123,23 @@ int inspectOne(Job &job, const InspectOptions &options, const std::string &outpu
 }  // namespace
 
 int runInspect(int argc, char **argv) {
-  CommandLine line(
-      "inspect", "Show what is in a Layer I or II stream and where its bits went, as one page for a browser.",
-      "  qav inspect concert.mp2                        writes concert.html\n"
-      "  qav inspect --from 1:00 --to 1:30 concert.mp2  frame by frame, where the whole is too long for it\n"
-      "  qav inspect --csv concert.mp2                  a table of the frames");
+  CommandLine line("inspect", "Show what is in a stream and where its bits went, as a page for a browser.",
+                   "  qav inspect concert.mp2                        writes concert.html\n"
+                   "  qav inspect concert.mp2 --against copy.mp2     what is not the same in both");
   InspectOptions options;
   line.addInputs(options, kMpegExtensions);
-  line.addOutput(options, "the page; default: beside the input; none with --json or --csv alone");
+  line.addOutput(options, "the page; default: concert.html beside the input");
   std::string from, to;
-  line.app().add_option("--from", from, "begin there: seconds, or hours:minutes:seconds")->type_name("TIME");
-  line.app().add_option("--to", to, "end there")->type_name("TIME");
   line.app()
-      .add_option("--against", options.against, "compare with another stream of the same programme")
-      ->type_name("FILE");
-  line.app().add_flag("--csv", options.csv, "a line for each frame, on standard output");
+      .add_option("--from", from, "its begin: seconds or h:m:s (default: the start)")
+      ->type_name("TIME")
+      ->group("Part");
+  line.app().add_option("--to", to, "its end (default: the end)")->type_name("TIME")->group("Part");
+  line.app()
+      .add_option("--against", options.against, "compare with this stream of the same programme")
+      ->type_name("FILE")
+      ->group(kInputGroup);
+  line.app().add_flag("--csv", options.csv, "a line for each frame, on standard output")->group(kOutputGroup);
   int status = kGood;
   if (!line.parse(argc, argv, status)) return status;
   if (!from.empty()) options.range.from = parseTime("--from", from);

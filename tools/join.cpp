@@ -156,7 +156,7 @@ void Joiner::commit() {
 int runJoin(int argc, char **argv) {
   CommandLine line("join", "Join MPEG audio streams of one format, without encoding anew.",
                    "  qav join side-a.mp2 side-b.mp2 -o record.mp2\n"
-                   "  qav join day/*.mp2 -o - | player       in the order they are named");
+                   "  qav join day/*.mp2 -o - | play    in the order they are named");
   CommonOptions options;
   line.addInputs(options, kMpegExtensions);
   line.addOutput(options, "the one output");

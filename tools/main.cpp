@@ -13,6 +13,8 @@
 #include "tools/failure.h"
 #include "tools/interrupt.h"
 #include "tools/message.h"
+#include "tools/nearest.h"
+#include "tools/option_list.h"
 
 namespace qav::tool {
 
@@ -20,17 +22,32 @@ namespace {
 
 std::string helpText() {
   std::string text =
-      "MPEG audio Layer I and II, in and out.\n\nUsage: qav SUBCOMMAND INPUT... [OPTIONS]\n\nSubcommands:\n";
+      "MPEG audio Layer I and II, in and out.\n\n"
+      "  qav encode -b 192 concert.wav    writes concert.mp2\n"
+      "  qav decode concert.mp2           writes concert.wav\n\n"
+      "Usage: qav SUBCOMMAND [OPTION]... INPUT...\n\n"
+      "Subcommands:\n";
   for (const Subcommand &command : subcommands) text += fmt::format("  {:<10} {}\n", command.name, command.summary);
   text +=
       "\nOptions:\n"
-      "  -h, --help  this text; 'qav SUBCOMMAND --help' says more\n"
+      "  -h, --help  this text; 'qav SUBCOMMAND --help' tells the options of each\n"
       "  --version   the version\n"
-      "\nExit status: 0 good; 1 wrong usage; 2 an input cannot be read as what it should be or an output cannot be\n"
-      "written; 3 the stream was damaged (what could be decoded was written). Of several inputs the worst counts.\n"
-      "\nExample:\n"
-      "  qav decode concert.mp2    writes concert.wav\n";
+      "\nExit status, of several inputs the worst:\n"
+      "  0  good\n"
+      "  1  wrong usage\n"
+      "  2  an input is unreadable or nothing qav reads, or an output cannot be written\n"
+      "  3  a stream was damaged; what could be decoded was written\n";
   return text;
+}
+
+// For what makes completions: every subcommand's options, each a JSON object on a line.
+int listOptions() {
+  for (const Subcommand &command : subcommands) {
+    std::string name = command.name, option{kListOptions};
+    char *arguments[] = {name.data(), option.data(), nullptr};
+    command.run(2, arguments);
+  }
+  return kGood;
 }
 
 int complainUsage(const std::string &what, const std::string &remedy) {
@@ -39,8 +56,16 @@ int complainUsage(const std::string &what, const std::string &remedy) {
 }
 
 int runTool(int argc, char **argv) {
-  if (argc < 2) return complainUsage("no subcommand", "see 'qav --help'");
+  if (argc < 2) {
+    fmt::print(stderr, "{}", helpText());
+    return kUsage;
+  }
   const std::string word = argv[1];
+  if (word == "help" && argc > 2) {
+    std::string option = "--help";
+    char *arguments[] = {argv[0], argv[2], option.data(), nullptr};
+    return runTool(3, arguments);
+  }
   if (word == "--help" || word == "-h" || word == "help") {
     fmt::print("{}", helpText());
     return kGood;
@@ -49,6 +74,7 @@ int runTool(int argc, char **argv) {
     fmt::print("{}\n", versionText());
     return kGood;
   }
+  if (word == kListOptions) return listOptions();
   std::vector<std::string> names;
   for (const Subcommand &command : subcommands) {
     if (word == command.name) return command.run(argc - 1, argv + 1);

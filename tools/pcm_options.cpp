@@ -24,38 +24,42 @@ void addPcmOptions(CommandLine &line, PcmOptions &options) {
   CLI::App &app = line.app();
   app.add_option_function<std::string>(
          "--raw", [&](const std::string &text) { options.raw = parseRawFormat(text); },
-         "input without a header, as in s16le,44100,2: " + rawFormatNames())
-      ->type_name("FORMAT,RATE,CHANNELS");
+         "input without a header, as in s16le,44100,2")
+      ->type_name("FORMAT,RATE,CHANNELS")
+      ->group(kInputGroup);
   app.add_option_function<std::string>(
          "--resampler",
          [&](const std::string &name) { options.resampler = name == "linear" ? Resampler::linear : Resampler::soxr; },
-         "how rates are converted (default: soxr, at very high quality)")
+         "converts rates (default: soxr, very high quality)")
       ->type_name("soxr|linear")
+      ->group(kSoundGroup)
       ->check(CLI::IsMember({"soxr", "linear"}));
-  app.add_flag("!--no-dither", options.dither, "round to 16 bits without dither");
+  app.add_flag("!--no-dither", options.dither, "round to 16 bits without dither")->group(kSoundGroup);
   app.add_option_function<double>(
          "--gain",
          [&](double db) {
            options.gainDb = db;
            options.gainGiven = true;
          },
-         "make louder or softer")
+         "add DB")
       ->type_name("DB")
+      ->group(kSoundGroup)
       ->check(CLI::Range(-100.0, 100.0));
-  app.add_option_function<double>(
-         "--normalize",
-         [&](double lufs) {
-           options.normalizeLufs = lufs;
-           options.normalize = true;
-         },
-         "bring to this integrated loudness; reads the input twice")
-      ->type_name("LUFS")
-      ->check(CLI::Range(-70.0, 0.0));
-  app.add_flag("--loudness", options.loudness, "measure the loudness by EBU R128");
-  app.add_option("--lowpass", options.lowpass,
-                 "filter 8-bit input: 1 to 7 cut off at 0.24, 0.23, 0.22, 0.20, 0.15, 0.12, 0.10 times its rate")
+  line.sameLine(app.add_option_function<double>(
+                       "--normalize",
+                       [&](double lufs) {
+                         options.normalizeLufs = lufs;
+                         options.normalize = true;
+                       },
+                       "bring to LUFS (reads the input twice)")
+                    ->type_name("LUFS")
+                    ->group(kSoundGroup)
+                    ->check(CLI::Range(-70.0, 0.0)));
+  app.add_option("--lowpass", options.lowpass, "filter 8-bit input: 1 dulls least, 7 most")
       ->type_name("1..7")
+      ->group(kSoundGroup)
       ->check(CLI::Range(1u, 7u));
+  app.add_flag("--loudness", options.loudness, "measure loudness")->group(kSoundGroup);
 }
 
 void checkPcmOptions(const PcmOptions &options) {

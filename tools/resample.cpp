@@ -73,11 +73,13 @@ int runResample(int argc, char **argv) {
   line.app()
       .add_option("-r,--rate", options.freqHz, fmt::format("{} to {}", kLowestFreqHz, kHighestFreqHz))
       ->type_name("HZ")
+      ->group(kSoundGroup)
       ->required()
       ->check(CLI::Range(kLowestFreqHz, kHighestFreqHz));
   line.app()
-      .add_option("--channels", options.channels, "one is spread to two, two are averaged to one")
+      .add_option("--channels", options.channels, "one is spread to two, two averaged to one")
       ->type_name("1|2")
+      ->group(kSoundGroup)
       ->check(CLI::IsMember({1u, 2u}));
   addPcmOptions(line, options);
   int status = kGood;

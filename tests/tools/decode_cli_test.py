@@ -417,7 +417,6 @@ class Signals(CliTest):
 class Usage(CliTest):
     def test_wrong_command_lines(self):
         for arguments in (
-            [],
             ["frobnicate"],
             ["decode"],
             ["decode", "--frobnicate", "a.mp2"],
