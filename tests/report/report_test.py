@@ -479,5 +479,32 @@ class Long(ReportTest):
         self.assertEqual(self.stored_bytes(), STEREO[frame.offset : frame.offset + frame.bytes])
 
 
+class Against(ReportTest):
+    """Two streams of the same programme."""
+
+    def test_the_same(self):
+        self.open(STEREO, "--against", self.put("b.mp2", STEREO))
+        self.assertEqual(self.text("#against-verdict"), "Every frame is the same, bit for bit.")
+
+    def test_the_first_difference(self):
+        frames = list(layer2.frames(MONO))  # without check words, so that a changed bit is a difference and no damage
+        other = bytearray(MONO)
+        other[frames[12].offset + 3] ^= 0x04  # the original bit
+        sample = sum(frames[20].bits[:5]) + 100
+        other[frames[20].offset + sample // 8] ^= 1
+        self.open(MONO, "--against", self.put("b.mp2", bytes(other)))
+        self.assertIn("2 of 30 frames compared differ", self.text("#against-verdict"))
+        self.assertIn("frame 12", self.text(".first-difference p"))
+        self.assertEqual([row[0] for row in self.rows(".first-difference table")], ["original"])
+        self.keys("Home", *["ArrowRight"] * 12)
+        self.assertEqual(self.texts("#lane-against-parts .reading dt"), ["header"])
+        self.assertIn("no difference", self.text("#lane-against-snr .reading"))
+        self.keys(*["ArrowRight"] * 8)
+        self.assertEqual(self.texts("#lane-against-parts .reading dt"), ["samples"])
+        self.assertRegex(self.text("#lane-against-snr .reading"), r"^\d+ dB$")
+        self.click_on(".first-difference button")
+        self.assertEqual(self.text("#frame-title"), "Frame 12")
+
+
 if __name__ == "__main__":
     unittest.main()
