@@ -452,6 +452,11 @@ class Page(ReportTest):
         for wanted in ("skip", "theme-choice", "channel-choice", "cursor", "frame-number", "hex"):
             self.assertIn(wanted, reached)
 
+    def test_a_stream_from_a_pipe(self):
+        self.open(STEREO, piped=True)
+        self.assertEqual(self.text("h1"), "standard input")
+        self.assertEqual(self.texts(".path"), [])
+
     def test_text_of_a_stream_is_no_markup(self):
         self.open(STEREO, name="<b>&amp;<script>alert(1)<\u2215script>.mp2")
         self.assertEqual(self.text("h1"), "<b>&amp;<script>alert(1)<\u2215script>.mp2")

@@ -99,7 +99,8 @@
 
   qav.makeHead = (header, report) => {
     const { stream, head } = report;
-    const name = stream.file.split(/[\\/]/).at(-1) || stream.file;
+    const piped = stream.file === "-";
+    const name = piped ? "standard input" : stream.file.split(/[\\/]/).at(-1) || stream.file;
     document.title = `${name}: qav inspect`;
     const good = stream.status === 0;
     const theme = qav.html(
@@ -118,7 +119,7 @@
     header.append(
       qav.html("div", { class: "masthead" }, qav.html("span", { class: "mark-name" }, "qav inspect"), theme),
       qav.html("h1", null, name),
-      name === stream.file ? "" : qav.html("p", { class: "path" }, stream.file),
+      piped || name === stream.file ? "" : qav.html("p", { class: "path" }, stream.file),
       qav.html(
         "p",
         { class: "verdict " + (good ? "good" : "bad"), id: "verdict" },
