@@ -8,6 +8,22 @@ if(QAV_SANITIZE)
   target_compile_options(qav_flags INTERFACE -fsanitize=${QAV_SANITIZE} -fno-sanitize-recover=all
                          -fno-omit-frame-pointer)
   target_link_options(qav_flags INTERFACE -fsanitize=${QAV_SANITIZE})
+  # Instrumented, GCC no longer sees that vectors are written lane by lane.
+  target_compile_options(qav_flags INTERFACE $<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>)
+endif()
+
+# What stops an attacker who found a mistake nevertheless: containers that check their indices, the C library's checks of
+# what is copied, guarded stacks; and for the library too, addresses that are bound early and read-only from then on.
+# The library goes without guarded stacks and checked copies: the encoder took 1.36 times the instructions with them.
+include(CheckPIESupported)
+check_pie_supported(LANGUAGES C CXX)
+set(QAV_LINK_HARDENING -Wl,-z,relro -Wl,-z,now -Wl,-z,noexecstack)
+add_library(qav_hardening INTERFACE)
+target_link_options(qav_hardening INTERFACE ${QAV_LINK_HARDENING})
+target_compile_definitions(qav_hardening INTERFACE _GLIBCXX_ASSERTIONS)
+if(NOT QAV_SANITIZE)
+  target_compile_options(qav_hardening INTERFACE -fstack-protector-strong
+                         $<$<CONFIG:Release,RelWithDebInfo>:-U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=3>)
 endif()
 
 # No contraction and no flag that changes a value: every build and every CPU gives the same bytes. Neither exceptions nor

@@ -7,6 +7,7 @@ set_target_properties(qav PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION ${PROJ
 target_include_directories(qav PUBLIC $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include>
                            $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
 target_link_libraries(qav PRIVATE m)
+target_link_options(qav PRIVATE ${QAV_LINK_HARDENING})
 if(BUILD_SHARED_LIBS)
   # Linked as C: nothing of the C++ runtime may be needed. Exactly the names of the map leave the library.
   set(QAV_VERSION_SCRIPT ${CMAKE_CURRENT_LIST_DIR}/qav.map)
