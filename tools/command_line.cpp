@@ -18,6 +18,7 @@ namespace qav::tool {
 const std::vector<std::string> kMpegExtensions{".mp1", ".mp2", ".mpa", ".m1a", ".m2a", ".mus"};
 const std::vector<std::string> kPcmExtensions{".wav",  ".wave", ".bwf",  ".rf64", ".w64", ".aif",
                                               ".aiff", ".aifc", ".flac", ".caf",  ".au",  ".snd"};
+const std::vector<std::string> kWaveExtensions{".wav", ".wave", ".bwf", ".rf64"};
 
 namespace {
 

@@ -51,7 +51,7 @@ class CommandLine {
 };
 
 // What streams and sound files are called.
-extern const std::vector<std::string> kMpegExtensions, kPcmExtensions;
+extern const std::vector<std::string> kMpegExtensions, kPcmExtensions, kWaveExtensions;
 
 // "qav 9.0.3.3"
 std::string versionText();

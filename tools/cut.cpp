@@ -55,7 +55,7 @@ int cutOne(Job &job, const CutOptions &options, const std::string &outputName) {
   OutputFile out(outputName, options.force);
   StreamReport report;
   Part part;
-  const int status = copyFrames(job, options, input, report, [&](const FrameEvent &frame) {
+  const int status = copyFrames(job, options, input, report, WrongChecks::leaveOut, [&](const FrameEvent &frame) {
     if (!options.holds(frame)) return;
     out.write(frame.data, frame.header.frameBytes);
     if (part.frames == 0) {

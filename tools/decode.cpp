@@ -6,6 +6,7 @@
 
 #include "tools/batch.h"
 #include "tools/command_line.h"
+#include "tools/kept_chunks.h"
 #include "tools/message.h"
 #include "tools/mpeg_input.h"
 #include "tools/output_names.h"
@@ -26,11 +27,13 @@ struct DecodeOptions : CommonOptions {
   bool split = false;
 };
 
-// The output of one input: one file, or one a stretch.
+// The output of one input: one file, or one a stretch. Chunks around the stream in a WAVE file go into the output: with
+// several, those before the stream into each, those behind it into the last.
 class Output {
  public:
-  Output(const DecodeOptions &options, std::string name, std::optional<uint64_t> inputBytes, Job &job)
-      : options_(options), name_(std::move(name)), inputBytes_(inputBytes), job_(job) {}
+  Output(const DecodeOptions &options, std::string name, std::optional<uint64_t> inputBytes, const KeptChunks &chunks,
+         Job &job)
+      : options_(options), name_(std::move(name)), inputBytes_(inputBytes), chunks_(chunks), job_(job) {}
 
   void begin(const FrameHeader &header) {
     if (!joiner_ || options_.split) {
@@ -57,6 +60,7 @@ class Output {
     target_ = std::make_unique<FileTarget>(name, FileTarget::Options{.overwrite = options_.force,
                                                                      .raw = options_.raw,
                                                                      .expectedBytes = expected,
+                                                                     .chunks = &chunks_,
                                                                      .warn = [this, name](const std::string &what) {
                                                                        job_.complainAbout(name, {"", what, ""});
                                                                      }});
@@ -67,6 +71,7 @@ class Output {
   const DecodeOptions &options_;
   std::string name_;
   std::optional<uint64_t> inputBytes_;
+  const KeptChunks &chunks_;
   Job &job_;
   std::unique_ptr<FileTarget> target_;
   std::unique_ptr<StretchJoiner> joiner_;
@@ -83,9 +88,10 @@ std::string consequence(const Finding &finding, const DecodeOptions &options) {
 }
 
 int decodeOne(Job &job, const DecodeOptions &options, const std::string &outputName) {
-  MpegInput input(job.input(), {.verifyChecks = false});
+  KeptChunks chunks;
+  MpegInput input(job.input(), {.verifyChecks = false, .keep = options.raw ? nullptr : &chunks});
   StreamReport report;
-  Output output(options, outputName, input.size(), job);
+  Output output(options, outputName, input.size(), chunks, job);
   decodeStream(input, report,
                {.at = [&](const Place &place) { job.advance(input.fractionAt(place.offset), place.seconds); },
                 .begin = [&](const FrameHeader &header) { output.begin(header); },

@@ -1,6 +1,8 @@
 #include "tools/frame_copy.h"
 
-#include <algorithm>
+#include <fmt/format.h>
+
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -11,21 +13,31 @@ namespace qav::tool {
 namespace {
 
 // What becomes of it.
-const char *consequence(const Finding &finding) {
+const char *consequence(const Finding &finding, WrongChecks wrongChecks) {
+  const std::string_view kind = finding.kind;
   if (finding.isWarning) return "it plays all the same";
-  if (finding.lostFrames > 0 || finding.bytes > 0) return "left out";
-  return std::string_view(finding.kind) == "format change" ? "taken over as it is" : "";
+  if (kind == "format change" || (kind == "check word" && wrongChecks == WrongChecks::takeOver))
+    return "taken over as it is";
+  return finding.lostFrames > 0 || finding.bytes > 0 ? "left out" : "";
+}
+
+void tellOfTags(Job &job, const StreamReport &report) {
+  std::string text;
+  for (const TagEvent &tag : report.tags())
+    text += fmt::format("{}{} at byte {} ({})", text.empty() ? "" : ", ", tagName(tag.kind), tag.place.offset,
+                        counted(tag.bytes, "byte"));
+  if (!text.empty()) job.complain({{}, "tags are left out: " + text, {}});
 }
 
 }  // namespace
 
-int copyFrames(Job &job, const CommonOptions &options, MpegInput &input, StreamReport &report,
+int copyFrames(Job &job, const CommonOptions &options, MpegInput &input, StreamReport &report, WrongChecks wrongChecks,
                const std::function<void(const FrameEvent &)> &take) {
   std::vector<Finding> held;  // until it is certain that this is a stream at all
   const auto tell = [&](const Finding &finding) {
     if (finding.isWarning && options.quiet) return;
     job.complain({placeText(finding.place.frame, finding.place.offset, finding.place.seconds), describeFinding(finding),
-                  consequence(finding)});
+                  consequence(finding, wrongChecks)});
   };
   for (;;) {
     const Event &event = input.next();
@@ -40,10 +52,11 @@ int copyFrames(Job &job, const CommonOptions &options, MpegInput &input, StreamR
       held.push_back(*finding);
     if (const auto *frame = std::get_if<FrameEvent>(&event)) {
       job.advance(input.fractionAt(frame->place.offset), frame->place.seconds);
-      if (frame->check != Check::bad) take(*frame);
+      if (frame->check != Check::bad || wrongChecks == WrongChecks::takeOver) take(*frame);
     }
     if (std::holds_alternative<EndEvent>(event)) break;
   }
+  if (!options.quiet) tellOfTags(job, report);
   return report.verdict() == Verdict::good ? kGood : kDamaged;
 }
 

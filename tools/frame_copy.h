@@ -10,9 +10,12 @@
 
 namespace qav::tool {
 
-// Walk the job's input to its end, and hand out every good frame: `take` sees none whose check word is wrong. What is
-// wrong is told as it is found. Returns the exit status of the stream's verdict. Throws Failure, Interrupted.
-int copyFrames(Job &job, const CommonOptions &options, MpegInput &input, StreamReport &report,
+// What happens to frames that are whole, but whose check word is wrong.
+enum class WrongChecks { leaveOut, takeOver };
+
+// Walk the job's input to its end, and hand out its whole frames. What is wrong is told as it is found. Returns the exit
+// status of the stream's verdict. Throws Failure, Interrupted.
+int copyFrames(Job &job, const CommonOptions &options, MpegInput &input, StreamReport &report, WrongChecks wrongChecks,
                const std::function<void(const FrameEvent &)> &take);
 
 // Where a frame ends, in seconds from the start of its stream; and where its middle is.

@@ -120,7 +120,7 @@ int Joiner::add(Job &job) {
   int status = kGood;
   try {
     MpegInput input(job.input(), {.verifyChecks = true});
-    status = copyFrames(job, options_, input, report, [&](const FrameEvent &frame) {
+    status = copyFrames(job, options_, input, report, WrongChecks::leaveOut, [&](const FrameEvent &frame) {
       if (!format_) {
         format_ = frame.header;
         formatOf_ = job.input() == "-" ? "standard input" : job.input();

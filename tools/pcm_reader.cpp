@@ -8,6 +8,7 @@
 #include "tools/byte_source.h"
 #include "tools/byte_window.h"
 #include "tools/message.h"
+#include "tools/riff.h"
 #include "tools/sndfile_reader.h"
 #include "tools/stored_pcm.h"
 #include "tools/wav_reader.h"
@@ -59,7 +60,7 @@ void checkFormat(const PcmFormat &format) {
          "check the file");
 }
 
-std::unique_ptr<PcmReader> openAny(const std::string &name, const std::optional<RawFormat> &raw) {
+std::unique_ptr<PcmReader> openAny(const std::string &name, const std::optional<RawFormat> &raw, KeptChunks *keep) {
   auto source = std::make_unique<FileSource>(name);
   const bool seekable = name != "-" && source->size().has_value();
   if (raw) return std::make_unique<RawReader>(std::move(source), *raw);
@@ -67,9 +68,14 @@ std::unique_ptr<PcmReader> openAny(const std::string &name, const std::optional<
   auto window = std::make_unique<ByteWindow>(*source);
   if (window->fill(12) == 0) fail("is empty", "check the file");
   if (isWave(*window)) {
-    auto wav = std::make_unique<WavReader>(std::move(source), std::move(window));
+    auto wav = std::make_unique<WavReader>(std::move(source), std::move(window), keep);
     if (wav->isPlainPcm()) return wav;
     if (!seekable) fail("holds compressed WAV samples, which are not taken from a pipe", "save it to a file first");
+    if (keep) {
+      keep->clear();
+      FileSource again(name);
+      keepChunks(again, *keep);
+    }
     return std::make_unique<SndfileReader>(name);
   }
   if (isMpegAudio(*window)) failIsMpegAudio();
@@ -131,8 +137,8 @@ RawFormat parseRawFormat(const std::string &text) {
   return raw;
 }
 
-std::unique_ptr<PcmReader> openPcm(const std::string &name, const std::optional<RawFormat> &raw) {
-  std::unique_ptr<PcmReader> reader = openAny(name, raw);
+std::unique_ptr<PcmReader> openPcm(const std::string &name, const std::optional<RawFormat> &raw, KeptChunks *keep) {
+  std::unique_ptr<PcmReader> reader = openAny(name, raw, keep);
   checkFormat(reader->format());
   return reader;
 }

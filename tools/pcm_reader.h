@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "tools/failure.h"
+#include "tools/kept_chunks.h"
 #include "tools/sample_format.h"
 
 namespace qav::tool {
@@ -74,8 +75,10 @@ inline constexpr uint32_t kLowestFreqHz = 1000;
 inline constexpr uint32_t kHighestFreqHz = 768000;
 
 // Open a path, or "-" for standard input. Without `raw` the kind of file is found out. Throws Failure, also for more than
-// two channels, and for MPEG audio, which this tool decodes by itself.
-std::unique_ptr<PcmReader> openPcm(const std::string &name, const std::optional<RawFormat> &raw);
+// two channels, and for MPEG audio, which this tool decodes by itself. `keep`, where given, takes the chunks of a WAV file
+// around its samples: those behind them when all samples have been read.
+std::unique_ptr<PcmReader> openPcm(const std::string &name, const std::optional<RawFormat> &raw,
+                                   KeptChunks *keep = nullptr);
 
 // MPEG audio where PCM was expected.
 [[noreturn]] void failIsMpegAudio();

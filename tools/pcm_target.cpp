@@ -6,17 +6,12 @@
 
 namespace qav::tool {
 
-namespace {
-
-// From here on the header leaves room to become that of an RF64 file, in case the expectation is exceeded.
-constexpr uint64_t kLargeBytes = uint64_t{1} << 30;
-
-}  // namespace
-
 void FileTarget::open(uint32_t freqHz, uint32_t channels) {
   channels_ = channels;
   out_.emplace(name_, options_.overwrite);
-  if (!options_.raw) wav_.emplace(*out_, freqHz, channels, options_.expectedBytes.value_or(kLargeBytes) >= kLargeBytes);
+  if (!options_.raw)
+    wav_.emplace(*out_, freqHz, channels,
+                 WavWriter::Options{.expectedBytes = options_.expectedBytes, .chunks = options_.chunks});
 }
 
 void FileTarget::write(const int16_t *samples, size_t frames) {
@@ -27,8 +22,8 @@ void FileTarget::write(const int16_t *samples, size_t frames) {
 }
 
 void FileTarget::close() {
-  if (wav_ && !wav_->finish() && options_.warn)
-    options_.warn("the output is longer than a WAV header can say; it states an unknown length");
+  const std::string remark = wav_ ? wav_->finish() : std::string();
+  if (!remark.empty() && options_.warn) options_.warn(remark);
   out_->commit();
   wav_.reset();
   out_.reset();

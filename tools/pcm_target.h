@@ -29,6 +29,7 @@ class FileTarget final : public PcmTarget {
     bool overwrite = false;
     bool raw = false;
     std::optional<uint64_t> expectedBytes;  // of PCM, roughly
+    const KeptChunks *chunks = nullptr;     // of the input, for a WAV file
     std::function<void(const std::string &what)> warn;
   };
   FileTarget(std::string name, Options options) : name_(std::move(name)), options_(std::move(options)) {}

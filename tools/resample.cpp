@@ -20,18 +20,15 @@ struct ResampleOptions : PcmOptions {
   unsigned channels = 0;
 };
 
-// More than a plain WAV file can hold.
-constexpr uint64_t kLargeBytes = uint64_t{1} << 32;
-
 int resampleOne(Job &job, const ResampleOptions &options, const std::string &outputName) {
   PcmInput input(job, options);
   const unsigned channels = options.channels > 0 ? options.channels : input.format().channels;
   OutputFile out(outputName, options.force);
   input.begin(options.freqHz, channels);
-  const std::optional<uint64_t> inFrames = input.format().frames;
-  const bool large =
-      !inFrames || convertedFrames(*inFrames, input.format().freqHz, options.freqHz) * 2 * channels > kLargeBytes - 100;
-  WavWriter wav(out, options.freqHz, channels, large);
+  std::optional<uint64_t> expectedBytes = input.format().frames;
+  if (expectedBytes)
+    expectedBytes = convertedFrames(*expectedBytes, input.format().freqHz, options.freqHz) * 2 * channels;
+  WavWriter wav(out, options.freqHz, channels, {.expectedBytes = expectedBytes});
   std::vector<int16_t> block(4096 * channels);
   uint64_t frames = 0;
   while (const size_t n = input.read(block.data(), 4096)) {
@@ -39,11 +36,10 @@ int resampleOne(Job &job, const ResampleOptions &options, const std::string &out
     frames += n;
     input.advance();
   }
-  const bool told = wav.finish();
+  const std::string remark = wav.finish();
   out.commit();
   const int status = input.finish();
-  if (!told)
-    job.complainAbout(outputName, {{}, "is longer than its WAV header can say", "readers must go by the file's end"});
+  if (!remark.empty()) job.complainAbout(outputName, {{}, remark, {}});
   if (job.wantsObject()) {
     Json json;
     json["status"] = status;

@@ -29,7 +29,7 @@ bool isRiffWave(const uint8_t *data, size_t visible) {
   return visible >= 12 && (is(data, "RIFF") || is(data, "RF64") || is(data, "BW64")) && is(data + 8, "WAVE");
 }
 
-std::optional<RiffContainer> readRiffHead(ByteWindow &window) {
+std::optional<RiffContainer> readRiffHead(ByteWindow &window, KeptChunks *keep) {
   RiffContainer riff;
   window.fill(12);
   const bool is64 = !is(window.data(), "RIFF");
@@ -60,9 +60,18 @@ std::optional<RiffContainer> readRiffHead(ByteWindow &window) {
     } else if (is(chunk, "ds64") && bytes >= 24) {
       dataBytes64 = getLe64(content + 8);
     }
-    if (window.skip(kChunkHeaderBytes + padded(bytes)) < kChunkHeaderBytes + padded(bytes)) return std::nullopt;
+    if (passChunk(window, keep, KeptChunks::Side::beforeData) < kChunkHeaderBytes + padded(bytes)) return std::nullopt;
   }
   return std::nullopt;
+}
+
+void keepChunks(ByteSource &source, KeptChunks &keep) {
+  ByteWindow window(source);
+  const std::optional<RiffContainer> riff = readRiffHead(window, &keep);
+  if (!riff || !riff->dataBytes) return;
+  window.skip(padded(*riff->dataBytes));
+  while (window.fill(kChunkHeaderBytes) >= kChunkHeaderBytes && chunkBytesAt(window.data(), window.visible()) > 0)
+    keep.take(window, KeptChunks::Side::behindData);
 }
 
 uint64_t chunkBytesAt(const uint8_t *data, size_t visible) {

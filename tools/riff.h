@@ -5,6 +5,7 @@
 #include <optional>
 
 #include "tools/byte_window.h"
+#include "tools/kept_chunks.h"
 
 namespace qav::tool {
 
@@ -22,8 +23,12 @@ struct RiffContainer {
 // Whether a RIFF/WAVE file starts here: 12 bytes are looked at.
 bool isRiffWave(const uint8_t *data, size_t visible);
 
-// Read the chunks up to the content of the data chunk, where the window then stands. Nothing: there is no data chunk.
-std::optional<RiffContainer> readRiffHead(ByteWindow &window);
+// Read the chunks up to the content of the data chunk, where the window then stands. `keep`, where given, takes those it
+// is for. Nothing: there is no data chunk.
+std::optional<RiffContainer> readRiffHead(ByteWindow &window, KeptChunks *keep = nullptr);
+
+// Pass through a whole RIFF/WAVE file that is not cut off, for its chunks alone.
+void keepChunks(ByteSource &source, KeptChunks &keep);
 
 // The length with its header of a chunk that may stand here, padded to an even number; 0: these bytes are no chunk.
 uint64_t chunkBytesAt(const uint8_t *data, size_t visible);

@@ -126,7 +126,7 @@ void StreamWalker::begin() {
   if (const TagStart tag = trustedTagAt(0); tag.bytes > 0) return takeTag(tag);
   if (!container_ && isRiffWave(window_.data(), window_.visible())) {
     const Place start = here();
-    container_ = readRiffHead(window_);
+    container_ = readRiffHead(window_, options_.keep);
     if (!container_) {
       window_.skip(UINT64_MAX);  // there is nothing to be found in what is left
       queue_.push_back(DamageEvent{start, DamageKind::truncated, window_.offset() - start.offset, 0, 0,
@@ -345,7 +345,8 @@ void StreamWalker::stepTrailer() {
   if (const TagStart tag = trustedTagAt(0); tag.bytes > 0) return takeTag(tag);
   const uint64_t chunk = container_ ? chunkBytesAt(window_.data(), visible) : 0;
   const Place place = here();
-  const uint64_t bytes = window_.skip(chunk > 0 ? chunk : UINT64_MAX);
+  const uint64_t bytes =
+      chunk > 0 ? passChunk(window_, options_.keep, KeptChunks::Side::behindData) : window_.skip(UINT64_MAX);
   if (chunk == 0)
     queue_.push_back(DamageEvent{place, DamageKind::lostSync, bytes, 0, 0, kGarbage});
   else if (bytes + 1 < chunk)  // the padding byte of the last chunk is often left out

@@ -105,7 +105,8 @@ using Event = std::variant<FrameEvent, DamageEvent, ContainerEvent, TagEvent, Fo
 class StreamWalker {
  public:
   struct Options {
-    bool verifyChecks = true;  // say in every FrameEvent whether the check word is right
+    bool verifyChecks = true;    // say in every FrameEvent whether the check word is right
+    KeptChunks *keep = nullptr;  // takes the chunks of a RIFF file around its stream
   };
 
   explicit StreamWalker(ByteSource &source) : StreamWalker(source, Options{}) {}

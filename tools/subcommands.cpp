@@ -12,6 +12,8 @@ const std::vector<Subcommand> subcommands = {
     {"inspect", "show what is in MPEG audio and where its bits went, as a page", runInspect},
     {"cut", "cut a part out of MPEG audio, without encoding anew", runCut},
     {"join", "join MPEG audio streams, without encoding anew", runJoin},
+    {"wrap", "wrap MPEG audio into WAVE files, without encoding anew", runWrap},
+    {"unwrap", "take MPEG audio out of WAVE files, without encoding anew", runUnwrap},
     {"resample", "convert PCM files to another sampling rate", runResample},
 };
 

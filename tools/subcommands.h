@@ -11,5 +11,7 @@ int runInfo(int argc, char **argv);
 int runInspect(int argc, char **argv);
 int runJoin(int argc, char **argv);
 int runResample(int argc, char **argv);
+int runUnwrap(int argc, char **argv);
+int runWrap(int argc, char **argv);
 
 }  // namespace qav::tool

@@ -24,8 +24,8 @@ constexpr uint64_t kFourGiB = uint64_t{1} << 32;
 
 }  // namespace
 
-WavReader::WavReader(std::unique_ptr<ByteSource> source, std::unique_ptr<ByteWindow> window)
-    : StoredPcm(std::move(source), std::move(window)) {
+WavReader::WavReader(std::unique_ptr<ByteSource> source, std::unique_ptr<ByteWindow> window, KeptChunks *keep)
+    : StoredPcm(std::move(source), std::move(window)), keep_(keep) {
   readHeader();
 }
 
@@ -48,6 +48,10 @@ void WavReader::readHeader() {
     }
     const bool isFormat = std::memcmp(header, "fmt ", 4) == 0;
     const bool isWide = wide && std::memcmp(header, "ds64", 4) == 0;
+    if (!isFormat && !isWide) {
+      passChunk(*window_, keep_, KeptChunks::Side::beforeData);
+      continue;
+    }
     window_->consume(8);
     const uint64_t next = window_->offset() + bytes + bytes % 2;
     if (isFormat) {
@@ -152,9 +156,15 @@ void WavReader::endSamples(size_t strayBytes) {
   if (strayBytes > 0) remark(true, "ends with " + counted(strayBytes, "byte") + " that are no whole sample frame", {});
   window_->consume(strayBytes);
   const bool chunkFollows = isChunkAt(0) || isChunkAt(promised_ % 2);
+  if (chunkFollows && keep_) passTrailingChunks();
   const uint64_t followed = window_->skip(UINT64_MAX);
   if (!chunkFollows)
     remark(false, counted(followed, "byte") + " after the end that its header names were not read", {});
+}
+
+void WavReader::passTrailingChunks() {
+  if (!isChunkAt(0)) window_->consume(1);
+  while (window_->fill(8) >= 8 && isChunkAt(0)) passChunk(*window_, keep_, KeptChunks::Side::behindData);
 }
 
 }  // namespace qav::tool

@@ -4,14 +4,16 @@
 // unknown to whoever writes to a pipe, and false where a recording was cut off or grew beyond 4 GiB.
 #pragma once
 
+#include "tools/kept_chunks.h"
 #include "tools/stored_pcm.h"
 
 namespace qav::tool {
 
 class WavReader final : public StoredPcm {
  public:
-  // `window` shows the start of the source. Throws Failure.
-  WavReader(std::unique_ptr<ByteSource> source, std::unique_ptr<ByteWindow> window);
+  // `window` shows the start of the source. `keep`, where given, takes the chunks around the samples: those behind
+  // them when all samples have been read. Throws Failure.
+  WavReader(std::unique_ptr<ByteSource> source, std::unique_ptr<ByteWindow> window, KeptChunks *keep = nullptr);
 
   // Whether the samples are integers or floating numbers; else this reader is of no use.
   bool isPlainPcm() const { return frameBytes_ > 0; }
@@ -26,7 +28,9 @@ class WavReader final : public StoredPcm {
   void beginSamples(uint64_t riffBytes, uint64_t dataBytes);
   bool endsAsPromised(size_t held);
   bool isChunkAt(size_t at) const;
+  void passTrailingChunks();
 
+  KeptChunks *keep_;
   uint64_t dataStart_ = 0;
   uint64_t promised_ = 0;    // bytes of samples by the header
   uint64_t end_ = 0;         // of the samples

@@ -1,33 +1,42 @@
 // WAV files of 16-bit samples, written straight to an output.
 //
 // libsndfile is not used for this: it needs a file that it can seek in, and a WAV on a pipe must carry the customary
-// unknown length (0xFFFFFFFF) from the start. A header is 44 bytes; that is all there is to it.
+// unknown length (0xFFFFFFFF) from the start. A header is 44 bytes; that is all there is to it, but for chunks
+// that are kept from another file.
 #pragma once
 
 #include <cstdint>
 #include <optional>
+#include <string>
 
+#include "tools/kept_chunks.h"
 #include "tools/output_file.h"
+#include "tools/riff_writer.h"
 
 namespace qav::tool {
 
 class WavWriter {
  public:
-  // Writes the header. Where more data than a plain WAV file can hold may follow, `roomForRf64` reserves the space that
-  // turns it into an RF64 file in the end.
-  WavWriter(OutputFile &out, uint32_t freqHz, uint32_t channels, bool roomForRf64);
+  struct Options {
+    std::optional<uint64_t> expectedBytes{};  // of samples, roughly
+    const KeptChunks *chunks = nullptr;       // to stand before and behind the samples
+  };
+
+  // Writes the header.
+  WavWriter(OutputFile &out, uint32_t freqHz, uint32_t channels, const Options &options);
 
   // Append samples in host byte order, channels interleaved.
   void write(const int16_t *samples, size_t count);
 
-  // Put the length into the header where that is possible. False when the file is longer than its header can say.
-  bool finish();
+  // Write what stands behind the samples, and put the lengths into the header where that is possible. Returns what is to
+  // be said about it; empty: nothing.
+  std::string finish();
 
  private:
   OutputFile &out_;
-  bool roomForRf64_;
-  uint64_t headerBytes_;
-  uint64_t dataBytes_ = 0;
+  uint32_t channels_;
+  RiffWriter riff_;
+  uint64_t count_ = 0;  // samples of all channels
 };
 
 // Append samples as signed 16-bit little-endian, whatever the host's order.

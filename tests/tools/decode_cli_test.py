@@ -86,7 +86,7 @@ class Streams(CliTest):
         self.put("wrapped.wav", b"RIFF" + struct.pack("<I", len(chunks) + 4) + b"WAVE" + chunks)
         self.good("decode", "plain.mp2", "-o", "plain.out")
         self.good("decode", "wrapped.wav", "-o", "wrapped.out")
-        self.assertEqual(self.get("plain.out"), self.get("wrapped.out"))
+        self.assertEqual(wav_chunks(self.get("wrapped.out")), wav_chunks(self.get("plain.out")) + [(b"LIST", b"INFO")])
 
 
 class Damage(CliTest):

@@ -1,0 +1,77 @@
+// qav wrap: a stream into a WAVE file, frame by frame, without encoding it anew.
+#include <fmt/format.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <optional>
+
+#include "tools/batch.h"
+#include "tools/command_line.h"
+#include "tools/frame_copy.h"
+#include "tools/kept_chunks.h"
+#include "tools/message.h"
+#include "tools/mpeg_input.h"
+#include "tools/mpeg_wave_writer.h"
+#include "tools/output_file.h"
+#include "tools/output_names.h"
+#include "tools/stream_report.h"
+#include "tools/subcommands.h"
+
+namespace qav::tool {
+
+namespace {
+
+// The length of the audio: what its wrapping has said of it, for that may leave out the codec's padding.
+std::optional<uint64_t> knownSamples(const StreamReport &report) {
+  return report.container() ? report.container()->factSamples : std::nullopt;
+}
+
+int wrapOne(Job &job, const CommonOptions &options, const std::string &outputName) {
+  KeptChunks chunks;
+  MpegInput input(job.input(), {.verifyChecks = true, .keep = &chunks});
+  OutputFile out(outputName, options.force);
+  StreamReport report;
+  std::optional<MpegWaveWriter> wave;
+  const int status = copyFrames(job, options, input, report, WrongChecks::takeOver, [&](const FrameEvent &frame) {
+    if (!wave)
+      wave.emplace(out, MpegWaveWriter::Options{
+                            .chunks = &chunks, .expectedBytes = input.size(), .samples = knownSamples(report)});
+    wave->write(frame.data, frame.header);
+  });
+  const uint64_t samples = std::min(knownSamples(report).value_or(wave->samples()), wave->samples());
+  if (const std::string remark = wave->finish(samples); !remark.empty())
+    job.complainAbout(outputName, {{}, remark, {}});
+  out.commit();
+  if (job.wantsObject()) {
+    Json json = report.json(status);
+    json["output"] = toUtf8(outputName);
+    json["sampleFrames"] = samples;
+    job.object(json);
+  }
+  if (options.verbose && !options.json)
+    job.complain({{},
+                  fmt::format("wrapped {}, {}, {}", counted(report.frames(), "frame"), timeText(report.seconds()),
+                              counted(samples, "sample") + " a channel"),
+                  {}});
+  return status;
+}
+
+}  // namespace
+
+int runWrap(int argc, char **argv) {
+  CommandLine line("wrap", "Wrap MPEG audio streams into WAVE files, without encoding anew.",
+                   "  qav wrap concert.mp2               writes concert.wav\n"
+                   "  qav wrap *.mp2 -o wav/ --json      writes wav/....wav");
+  CommonOptions options;
+  line.addInputs(options, kMpegExtensions);
+  line.addOutput(options, "the output; default: beside the input");
+  int status = kGood;
+  if (!line.parse(argc, argv, status)) return status;
+  const std::vector<std::string> outputs = planOutputs(options, ".wav");
+  if (outputs[0] == "-" && options.json)
+    failUsage("--json and the stream would both go to standard output", "use -o FILE");
+  if (outputs[0] == "-" && isatty(STDOUT_FILENO)) failUsage("a stream is not written to a terminal", "use -o FILE");
+  return runJobs(options, [&](Job &job) { return wrapOne(job, options, outputs[job.index()]); });
+}
+
+}  // namespace qav::tool
