@@ -5,6 +5,7 @@
 #include <memory>
 
 #include "tools/batch.h"
+#include "tools/codec_delay.h"
 #include "tools/command_line.h"
 #include "tools/kept_chunks.h"
 #include "tools/message.h"
@@ -15,6 +16,7 @@
 #include "tools/stream_report.h"
 #include "tools/stretch_joiner.h"
 #include "tools/subcommands.h"
+#include "tools/trimmed_target.h"
 
 namespace qav::tool {
 
@@ -25,7 +27,11 @@ struct DecodeOptions : CommonOptions {
   bool skipGaps = false;
   bool lenient = false;
   bool split = false;
+  bool trim = false;
 };
+
+// A codec's padding is less than a frame, and some programs add another one.
+constexpr uint64_t kPlausiblePadding = 2 * QAV_SAMPLES_PER_FRAME;
 
 // The output of one input: one file, or one a stretch. Chunks around the stream in a WAVE file go into the output: with
 // several, those before the stream into each, those behind it into the last.
@@ -35,10 +41,12 @@ class Output {
          Job &job)
       : options_(options), name_(std::move(name)), inputBytes_(inputBytes), chunks_(chunks), job_(job) {}
 
-  void begin(const FrameHeader &header) {
+  // `samples`: how many the stream holds per channel, where that is known.
+  void begin(const FrameHeader &header, std::optional<uint64_t> samples) {
+    if (trimmed_ && !options_.split) trimmed_->forgetLength();
     if (!joiner_ || options_.split) {
       finish();
-      openNext(header);
+      openNext(header, names_.empty() ? samples : std::nullopt);
     }
     joiner_->begin(header.freqHz, header.channels);
   }
@@ -50,9 +58,10 @@ class Output {
     if (joiner_) joiner_->finish();
   }
   const std::vector<std::string> &names() const { return names_; }
+  uint64_t padding() const { return trimmed_ ? trimmed_->padding() : 0; }
 
  private:
-  void openNext(const FrameHeader &header) {
+  void openNext(const FrameHeader &header, std::optional<uint64_t> samples) {
     std::string name = name_;
     if (!names_.empty()) name = withExtension(name_, fmt::format(".{}{}", names_.size() + 1, extensionOf(name_)));
     std::optional<uint64_t> expected;
@@ -64,7 +73,8 @@ class Output {
                                                                      .warn = [this, name](const std::string &what) {
                                                                        job_.complainAbout(name, {"", what, ""});
                                                                      }});
-    joiner_ = std::make_unique<StretchJoiner>(*target_);
+    if (options_.trim) trimmed_.emplace(*target_, kCodecDelay, samples);
+    joiner_ = std::make_unique<StretchJoiner>(trimmed_ ? static_cast<PcmTarget &>(*trimmed_) : *target_);
     names_.push_back(std::move(name));
   }
 
@@ -74,6 +84,7 @@ class Output {
   const KeptChunks &chunks_;
   Job &job_;
   std::unique_ptr<FileTarget> target_;
+  std::optional<TrimmedTarget> trimmed_;
   std::unique_ptr<StretchJoiner> joiner_;
   std::vector<std::string> names_;
 };
@@ -87,6 +98,12 @@ std::string consequence(const Finding &finding, const DecodeOptions &options) {
   return options.split ? "the rest goes to another file" : "the rest is converted to the first format";
 }
 
+// A fact chunk of 0 was never filled in.
+std::optional<uint64_t> samplesIn(const StreamReport &report) {
+  const std::optional<uint64_t> samples = report.container() ? report.container()->factSamples : std::nullopt;
+  return samples && *samples > 0 ? samples : std::nullopt;
+}
+
 int decodeOne(Job &job, const DecodeOptions &options, const std::string &outputName) {
   KeptChunks chunks;
   MpegInput input(job.input(), {.verifyChecks = false, .keep = options.raw ? nullptr : &chunks});
@@ -94,7 +111,7 @@ int decodeOne(Job &job, const DecodeOptions &options, const std::string &outputN
   Output output(options, outputName, input.size(), chunks, job);
   decodeStream(input, report,
                {.at = [&](const Place &place) { job.advance(input.fractionAt(place.offset), place.seconds); },
-                .begin = [&](const FrameHeader &header) { output.begin(header); },
+                .begin = [&](const FrameHeader &header) { output.begin(header, samplesIn(report)); },
                 .write = [&](const int16_t *samples, size_t frames) { output.write(samples, frames); },
                 .silence = [&](uint64_t frames) { output.silence(frames); },
                 .tell =
@@ -105,11 +122,17 @@ int decodeOne(Job &job, const DecodeOptions &options, const std::string &outputN
                     }},
                job.threads());
   output.finish();
+  if (output.padding() > kPlausiblePadding)
+    job.complain({{},
+                  fmt::format("its fact chunk says {} samples a channel, {} more are left out", *samplesIn(report),
+                              output.padding()),
+                  "decode without --trim to have them all"});
   const int status = report.verdict() == Verdict::good || options.lenient ? kGood : kDamaged;
   if (job.wantsObject()) {
     Json json = report.json(status);
     json["outputs"] = Json::array();
     for (const std::string &name : output.names()) json["outputs"].push_back(toUtf8(name));
+    if (options.trim) json["trimmed"] = {{"delay", kCodecDelay}, {"padding", output.padding()}};
     job.object(json);
   }
   if (options.verbose && !options.json && outputName != "-") {
@@ -136,6 +159,9 @@ int runDecode(int argc, char **argv) {
       ->check(CLI::IsMember({"silence", "skip"}));
   line.app().add_flag("--lenient", options.lenient, "exit 0 although the stream was damaged")->group(kRunGroup);
   line.app().add_flag("--split", options.split, "one file a stretch where the format changes")->group(kOutputGroup);
+  line.app()
+      .add_flag("--trim", options.trim, "without the codec's delay, and padding where known")
+      ->group(kOutputGroup);
   int status = kGood;
   if (!line.parse(argc, argv, status)) return status;
   options.skipGaps = gaps == "skip";

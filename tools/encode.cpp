@@ -8,10 +8,10 @@
 #include <optional>
 #include <vector>
 
+#include "tools/encoded_output.h"
 #include "tools/layer2_encoder.h"
 #include "tools/layer2_format.h"
 #include "tools/message.h"
-#include "tools/output_file.h"
 #include "tools/output_names.h"
 #include "tools/pcm_options.h"
 #include "tools/stretch_encoder.h"
@@ -25,6 +25,8 @@ namespace {
 struct EncodeOptions : PcmOptions {
   StreamRequest stream;
   bool verify = false;
+  bool wrap = false;
+  bool bextLoudness = false;
 };
 
 // What became of one input.
@@ -36,7 +38,7 @@ struct Encoded {
 };
 
 Encoded encodeStream(PcmInput &input, const StreamFormat &format, const StreamRequest &request, unsigned threads,
-                     OutputFile &out, Verifier *verifier) {
+                     EncodedOutput &out, Verifier *verifier) {
   Encoded result{format};
   bool ended = false;
   uint64_t read = 0;  // frames
@@ -94,16 +96,38 @@ Json verifyJson(const Verifier &verifier, unsigned channels) {
   return json;
 }
 
+// How the stream is wrapped. A pipe must be told the length beforehand: there it is known of samples that nothing is done
+// to their rate.
+MpegWaveWriter::Options wrapping(const EncodeOptions &options, const PcmFormat &input, const StreamFormat &format,
+                                 const KeptChunks &chunks) {
+  MpegWaveWriter::Options wave{.chunks = &chunks, .bextLoudness = options.bextLoudness};
+  if (!input.frames) return wave;
+  const uint64_t samples = convertedFrames(*input.frames, input.freqHz, format.freqHz);
+  wave.expectedBytes = samples / format.freqHz * format.kbps * 125;
+  if (input.freqHz == format.freqHz) wave.samples = samples;
+  return wave;
+}
+
+BextLoudness bextLoudness(const LoudnessMeter &meter) {
+  return {meter.integratedLufs(), meter.rangeLu(), meter.truePeakDbtp(), meter.greatestMomentaryLufs(),
+          meter.greatestShortTermLufs()};
+}
+
 int encodeOne(Job &job, const EncodeOptions &options, const std::string &outputName) {
-  PcmInput input(job, options);
+  KeptChunks chunks;
+  PcmInput input(job, options, options.wrap ? &chunks : nullptr);
   const StreamFormat format = resolveFormat(options.stream, input.format());
-  OutputFile out(outputName, options.force);
+  EncodedOutput out(outputName, options.force);
   input.begin(format.freqHz, format.channels);
+  if (options.wrap) out.wrap(wrapping(options, input.format(), format, chunks));
   std::optional<Verifier> verifier;
   if (options.verify) verifier.emplace(format);
   const Encoded result =
       encodeStream(input, format, options.stream, job.threads(), out, verifier ? &*verifier : nullptr);
-  out.commit();
+  std::optional<BextLoudness> loudness;
+  if (options.bextLoudness) loudness = bextLoudness(*input.meter());
+  const std::string remark = out.finish(result.samples, loudness ? &*loudness : nullptr);
+  if (!remark.empty()) job.complainAbout(outputName, {{}, remark, {}});
   const int status = input.finish();
 
   if (job.wantsObject()) {
@@ -119,6 +143,7 @@ int encodeOne(Job &job, const EncodeOptions &options, const std::string &outputN
                       {"frames", result.frames},
                       {"bytes", result.bytes},
                       {"sampleFrames", result.samples}};
+    if (options.wrap) json["stream"]["wrapped"] = true;
     if (verifier) json["verify"] = verifyJson(*verifier, format.channels);
     job.object(json);
   }
@@ -189,11 +214,20 @@ int runEncode(int argc, char **argv) {
   addStreamOptions(line, options.stream);
   addPcmOptions(line, options);
   line.sameLine(line.app().add_flag("--verify", options.verify, "decode and measure the noise")->group(kSoundGroup));
+  line.app().add_flag("--wrap", options.wrap, "WAVE, with kept chunks")->group(kOutputGroup);
+  line.sameLine(
+      line.app().add_flag("--bext-loudness", options.bextLoudness, "its loudness in bext")->group(kOutputGroup));
   int status = kGood;
   if (!line.parse(argc, argv, status)) return status;
   checkRequest(options.stream);
   checkPcmOptions(options);
-  const std::vector<std::string> outputs = planOutputs(options, ".mp2");
+  if (options.bextLoudness && !options.wrap)
+    failUsage("--bext-loudness is about a WAVE file", "add --wrap, or leave it out");
+  if (options.bextLoudness) options.loudness = options.loudnessMaxima = true;
+  const std::vector<std::string> outputs = planOutputs(options, [&](const std::string &input, bool isBeside) {
+    if (!options.wrap) return ".mp2";
+    return isBeside && extensionOf(input) == ".wav" ? ".mp2.wav" : ".wav";
+  });
   if (outputs[0] == "-" && options.json)
     failUsage("--json and the stream would both go to standard output", "use -o FILE");
   if (outputs[0] == "-" && isatty(STDOUT_FILENO)) failUsage("a stream is not written to a terminal", "use -o FILE");

@@ -6,12 +6,10 @@
 #include <memory>
 #include <new>
 
+#include "tools/codec_delay.h"
 #include "tools/layer2_format.h"
 
 namespace qav::tool {
-
-// Sample frames by which what is decoded lags behind what was encoded.
-inline constexpr uint64_t kCodecDelay = 481;
 
 // Frames after which a decoder has put out all of `samples` sample frames.
 constexpr uint64_t framesFor(uint64_t samples) {

@@ -24,11 +24,37 @@ LoudnessMeter::LoudnessMeter(uint32_t freqHz, unsigned channels, std::optional<u
 }
 
 void LoudnessMeter::add(const int16_t *samples, size_t frames) {
-  ebur128_add_frames_short(state_.get(), samples, frames);
+  addInSteps(samples, frames, ebur128_add_frames_short);
 }
 
 void LoudnessMeter::add(const double *samples, size_t frames) {
-  ebur128_add_frames_double(state_.get(), samples, frames);
+  addInSteps(samples, frames, ebur128_add_frames_double);
+}
+
+template <typename Sample>
+void LoudnessMeter::addInSteps(const Sample *samples, size_t frames,
+                               int (*take)(ebur128_state *, const Sample *, size_t)) {
+  if (!followsMaxima_) {
+    take(state_.get(), samples, frames);
+    return;
+  }
+  const uint64_t step = std::max<uint64_t>(1, state_->samplerate / 10);
+  while (frames > 0) {
+    const auto n = static_cast<size_t>(std::min<uint64_t>(frames, step - frames_ % step));
+    take(state_.get(), samples, n);
+    samples += n * state_->channels;
+    frames -= n;
+    frames_ += n;
+    if (frames_ % step == 0) lookForMaxima();
+  }
+}
+
+void LoudnessMeter::lookForMaxima() {
+  double value = 0.0;
+  if (frames_ * 10 >= uint64_t{state_->samplerate} * 4 && ebur128_loudness_momentary(state_.get(), &value) == 0)
+    greatestMomentary_ = std::max(greatestMomentary_, value);
+  if (frames_ >= uint64_t{state_->samplerate} * 3 && ebur128_loudness_shortterm(state_.get(), &value) == 0)
+    greatestShortTerm_ = std::max(greatestShortTerm_, value);
 }
 
 double LoudnessMeter::integratedLufs() const {

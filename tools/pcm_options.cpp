@@ -72,8 +72,8 @@ void checkPcmOptions(const PcmOptions &options) {
       failUsage("--normalize reads its input twice, standard input can be read once", "save it to a file first");
 }
 
-PcmInput::PcmInput(Job &job, const PcmOptions &options)
-    : job_(job), options_(options), reader_(openPcm(job.input(), options.raw)) {
+PcmInput::PcmInput(Job &job, const PcmOptions &options, KeptChunks *keep)
+    : job_(job), options_(options), keep_(keep), reader_(openPcm(job.input(), options.raw, keep)) {
   if (options.lowpass > 0 && format().bits != 8)
     fail(fmt::format("has samples of {} bits, --lowpass is for 8-bit input", format().bits), "leave --lowpass out");
 }
@@ -84,6 +84,7 @@ void PcmInput::begin(uint32_t freqHz, unsigned channels) {
   if (frames) frames = convertedFrames(*frames, format().freqHz, freqHz);
   if (options_.normalize) measure(frames);
   if (options_.loudness) meter_.emplace(freqHz, channels, frames);
+  if (options_.loudnessMaxima) meter_->followMaxima();
   pipeline_.emplace(*reader_, settings_, meter_ ? &*meter_ : nullptr);
 }
 
@@ -95,7 +96,8 @@ void PcmInput::measure(std::optional<uint64_t> frames) {
   }
   const double lufs = meter.integratedLufs();
   if (std::isfinite(lufs)) settings_.gainDb = options_.normalizeLufs - lufs;
-  reader_ = openPcm(job_.input(), options_.raw);
+  if (keep_) keep_->clear();
+  reader_ = openPcm(job_.input(), options_.raw, keep_);
 }
 
 void PcmInput::advance() const {

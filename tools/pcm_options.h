@@ -20,6 +20,7 @@ struct PcmOptions : CommonOptions {
   double normalizeLufs = 0.0;
   bool normalize = false;
   bool loudness = false;
+  bool loudnessMaxima = false;
   unsigned lowpass = 0;
 };
 
@@ -31,7 +32,8 @@ void checkPcmOptions(const PcmOptions &options);
 // One input on its way to 16-bit samples, and what is said about it.
 class PcmInput {
  public:
-  PcmInput(Job &job, const PcmOptions &options);
+  // `keep`, where given, takes the chunks of a WAV file around its samples.
+  PcmInput(Job &job, const PcmOptions &options, KeptChunks *keep = nullptr);
 
   const PcmFormat &format() const { return reader_->format(); }
 
@@ -47,6 +49,7 @@ class PcmInput {
   int finish() const;
 
   const PcmPipeline &pipeline() const { return *pipeline_; }
+  const LoudnessMeter *meter() const { return meter_ ? &*meter_ : nullptr; }  // with --loudness
 
   // "WAV, 24-bit, 96000 Hz, 2 channels; resampled by soxr; dithered"
   std::string describe() const;
@@ -59,6 +62,7 @@ class PcmInput {
 
   Job &job_;
   const PcmOptions &options_;
+  KeptChunks *keep_;
   std::unique_ptr<PcmReader> reader_;
   std::optional<LoudnessMeter> meter_;
   std::optional<PcmPipeline> pipeline_;

@@ -34,6 +34,7 @@ std::optional<RiffContainer> readRiffHead(ByteWindow &window, KeptChunks *keep) 
   window.fill(12);
   const bool is64 = !is(window.data(), "RIFF");
   std::optional<uint64_t> dataBytes64;
+  uint64_t samples64 = 0;
   window.consume(12);
   while (window.fill(kChunkHeaderBytes) >= kChunkHeaderBytes) {
     const uint8_t *const header = window.data();
@@ -45,6 +46,7 @@ std::optional<RiffContainer> readRiffHead(ByteWindow &window, KeptChunks *keep) 
         riff.dataBytes = dataBytes64;
       else if (!isUnknown(bytes))
         riff.dataBytes = bytes;
+      if (!riff.factSamples && samples64 > 0) riff.factSamples = samples64;
       return riff;
     }
     const size_t sight = kChunkHeaderBytes + static_cast<size_t>(std::min<uint64_t>(bytes, kFormatBytes));
@@ -59,6 +61,7 @@ std::optional<RiffContainer> readRiffHead(ByteWindow &window, KeptChunks *keep) 
       if (getLe32(content) != kIn64Bits) riff.factSamples = getLe32(content);
     } else if (is(chunk, "ds64") && bytes >= 24) {
       dataBytes64 = getLe64(content + 8);
+      samples64 = getLe64(content + 16);
     }
     if (passChunk(window, keep, KeptChunks::Side::beforeData) < kChunkHeaderBytes + padded(bytes)) return std::nullopt;
   }

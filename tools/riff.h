@@ -17,7 +17,7 @@ struct RiffContainer {
   uint32_t formatTag = 0;  // of the fmt chunk; of its sub-format where it is extensible. 0: there was none
   uint64_t dataOffset = 0;
   std::optional<uint64_t> dataBytes;    // as declared; nothing: unknown, as written to a pipe
-  std::optional<uint64_t> factSamples;  // of the fact chunk: samples per channel
+  std::optional<uint64_t> factSamples;  // of the fact or the ds64 chunk: samples per channel
 };
 
 // Whether a RIFF/WAVE file starts here: 12 bytes are looked at.

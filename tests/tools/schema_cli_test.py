@@ -63,6 +63,13 @@ class Schema(CliTest):
         self.assertEqual(len(self.results("encode", "in.wav", "-o", "a.mp2", "--gain", "20")), 1)
         self.assertEqual(len(self.results("resample", *inputs, "-o", "out", "-r", "48000")), 5)
 
+    def test_wrapping_and_trimming(self):
+        inputs = ["good.mp2", "cut.mp2", "joined.mp2", b"not\xffutf8.mp2", "text", "missing"]
+        self.assertEqual(len(self.results("wrap", *inputs, "-o", "out")), 6)
+        self.assertEqual(len(self.results("unwrap", "out/good.wav", "out/joined.wav", "cut.mp2", "-o", "new")), 3)
+        self.assertEqual(len(self.results("decode", "--trim", "out/good.wav", "-o", "c.wav")), 1)
+        self.assertEqual(len(self.results("encode", "--wrap", "in.wav", "-o", "d.wav", "--bext-loudness")), 1)
+
     def test_what_was_done_earlier(self):
         self.good("check", "good.mp2", "--report", "r")
         self.assertEqual(self.results("check", "good.mp2", "--resume", "r")[0]["done"], "earlier")

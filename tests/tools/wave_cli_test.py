@@ -1,8 +1,12 @@
 """WAVE files with MPEG audio inside, end to end: wrapped, unwrapped, decoded, encoded into; read by a reader of their own."""
 
+import array
 import json
+import math
 import os
+import random
 import struct
+import subprocess
 import unittest
 
 from cli_support import CliTest, data, frames_of, wav_chunks
@@ -87,7 +91,8 @@ BEHIND = [
 
 def other_chunks(wave):
     """What is neither of the samples nor the place for a ds64 chunk."""
-    return [chunk for chunk in wave.chunks if chunk[0] not in (b"fmt ", b"fact", b"data")]
+    chunks = wave.chunks[1:] if wave.names[0] == b"JUNK" else wave.chunks
+    return [chunk for chunk in chunks if chunk[0] not in (b"fmt ", b"fact", b"data")]
 
 
 class Wrap(CliTest):
@@ -298,6 +303,234 @@ class Decode(CliTest):
         self.assertEqual(result.status, 0)
         self.assertIn("the chunks behind the data", result.lines[0])
         self.assertEqual(Riff(result.out, piped=True).chunks[1:8], BEFORE)
+
+
+def music(frames, channels, rate, seed=1):
+    """Two tones and some noise a channel, interleaved, as the bytes of 16-bit samples."""
+    noise = random.Random(seed)
+    out = array.array("h")
+    for i in range(frames):
+        for c in range(channels):
+            tone = 6000 * math.sin(2 * math.pi * 440 * (c + 1) * i / rate + c) + 2000 * math.sin(2 * math.pi * 3011 * i / rate)
+            out.append(int(tone + noise.gauss(0, 200)))
+    return out.tobytes()
+
+
+def snr(reference, decoded):
+    """Signal to noise in dB of samples that must be aligned already."""
+    a, b = array.array("h", reference), array.array("h", decoded)
+    return 10 * math.log10(sum(x * x for x in a) / sum((x - y) ** 2 for x, y in zip(a, b)))
+
+
+class Trim(CliTest):
+    def encode(self, rate, channels, samples, *arguments):
+        self.put("x.wav", riff((b"fmt ", pcm_format(rate, channels)), (b"data", samples)))
+        self.good("encode", "-f", "--wrap", "-b", "192", "x.wav", "-o", "w.wav", *arguments)
+        return Riff(self.get("w.wav"))
+
+    def trimmed(self, *arguments):
+        self.good("decode", "-f", "--trim", "w.wav", "-o", "y.wav", *arguments)
+        return Riff(self.get("y.wav"))[b"data"]
+
+    def test_the_length_survives_and_nothing_moves(self):
+        for rate, channels in ((48000, 2), (44100, 1), (32000, 2)):
+            for count in (1, 670, 671, 672, 1152, 1823, 1824, 5000):
+                with self.subTest(rate=rate, channels=channels, count=count):
+                    given = music(count, channels, rate)
+                    wave = self.encode(rate, channels, given)
+                    self.assertEqual(struct.unpack("<I", wave[b"fact"])[0], count)
+                    decoded = self.trimmed()
+                    self.assertEqual(len(decoded), len(given))
+                    self.assertGreater(snr(given, decoded), 10 if count > 1 else 5)
+                    self.good("decode", "-f", "w.wav", "-o", "whole.wav")
+                    whole = Riff(self.get("whole.wav"))[b"data"]
+                    self.assertEqual(len(whole), len(frames_of(wave[b"data"])) * 1152 * channels * 2)
+                    self.assertEqual(whole[481 * channels * 2 :][: len(given)], decoded)
+
+    def test_wrapping_again_keeps_the_length(self):
+        self.encode(48000, 2, music(5000, 2, 48000))
+        expected = self.trimmed()
+        os.rename(self.path("w.wav"), self.path("v.wav"))
+        self.good("wrap", "v.wav", "-o", "w.wav")
+        self.assertEqual(self.trimmed(), expected)
+
+    def test_a_bare_stream_has_no_known_length(self):
+        self.put("a.mp2", STEREO)
+        self.good("decode", "--raw", "a.mp2", "-o", "whole.s16")
+        self.good("decode", "--raw", "--trim", "a.mp2", "-o", "trimmed.s16")
+        self.assertEqual(self.get("trimmed.s16"), self.get("whole.s16")[481 * 4 :])
+        said = json.loads(self.good("decode", "--raw", "--trim", "--json", "-f", "a.mp2", "-o", "trimmed.s16").out)
+        self.assertEqual(said["trimmed"], {"delay": 481, "padding": 0})
+
+    def test_after_conversion_it_is_the_new_length(self):
+        wave = self.encode(48000, 2, music(9600, 2, 48000), "-r", "32000")
+        length = struct.unpack("<I", wave[b"fact"])[0]
+        self.assertEqual(length, 6400)
+        self.assertEqual(len(self.trimmed()), 6400 * 4)
+
+    def test_a_false_fact_is_obeyed_and_said(self):
+        self.put("a.mp2", STEREO)
+        self.good("wrap", "a.mp2", "-o", "a.wav")
+        form = Riff(self.get("a.wav"))[b"fmt "]
+        for fact, length, said in ((0, 34560 - 481, 0), (34560, 34560 - 481, 0), (33000, 33000, 0), (1000, 1000, 1)):
+            self.put("w.wav", riff((b"fmt ", form), (b"fact", struct.pack("<I", fact)), (b"data", STEREO)))
+            result = self.qav("decode", "-f", "--trim", "w.wav", "-o", "y.wav")
+            self.assertEqual((result.status, len(result.lines)), (0, said), result.err)
+            self.assertEqual(len(Riff(self.get("y.wav"))[b"data"]), length * 4)
+        self.assertIn("its fact chunk says 1000 samples", result.err)
+
+    def test_damage_keeps_the_length(self):
+        given = music(20000, 2, 48000)
+        wave = self.encode(48000, 2, given)
+        stream = bytearray(wave[b"data"])
+        stream[5 * 576 + 10] ^= 0xFF
+        self.put("w.wav", self.get("w.wav").replace(wave[b"data"], bytes(stream)))
+        result = self.qav("decode", "--trim", "w.wav", "-o", "y.wav")
+        self.assertEqual(result.status, 3)
+        self.assertEqual(len(Riff(self.get("y.wav"))[b"data"]), len(given))
+
+    def test_through_pipes(self):
+        given = music(5000, 2, 48000)
+        source = riff((b"fmt ", pcm_format()), (b"data", given))
+        self.put("x.wav", source)
+        piped = self.good("encode", "--wrap", "x.wav", "-o", "-").out
+        self.assertEqual(struct.unpack("<I", Riff(piped, piped=True)[b"fact"])[0], 5000)
+        wav = self.good("decode", "--trim", "-", input=piped).out
+        self.assertEqual(len(Riff(wav, piped=True)[b"data"]), len(given))
+
+
+class Encode(CliTest):
+    def encode(self, content, *arguments):
+        self.put("x.wav", content)
+        self.good("encode", "-f", "--wrap", "x.wav", "-o", "w.wav", *arguments)
+        return Riff(self.get("w.wav"))
+
+    def test_chunks_are_kept_in_their_places(self):
+        content = riff(*BEFORE[:3], (b"fmt ", pcm_format()), *BEFORE[3:], (b"data", music(5000, 2, 48000)), *BEHIND)
+        for arguments in ([], ["-r", "44100"], ["--normalize", "-20"], ["-j", "4"]):
+            wave = self.encode(content, *arguments)
+            at = wave.names.index(b"data")
+            self.assertEqual(wave.names[:2], [b"fmt ", b"fact"])
+            self.assertEqual(wave.chunks[2:at], BEFORE)
+            self.assertEqual(wave.chunks[at + 1 :], BEHIND)
+        self.good("decode", "-f", "w.wav", "-o", "y.wav")
+        self.assertEqual(other_chunks(Riff(self.get("y.wav"))), BEFORE + BEHIND)
+
+    def test_chunks_around_samples_of_odd_length(self):
+        samples = bytes(range(100, 151)) * 51  # 8 bits, one channel
+        wave = self.encode(riff((b"fmt ", pcm_format(48000, 1, 8)), *BEFORE, (b"data", samples), *BEHIND))
+        self.assertEqual(other_chunks(wave), BEFORE + BEHIND)
+        self.assertEqual(struct.unpack("<I", wave[b"fact"])[0], 51 * 51)
+
+    def test_chunks_of_compressed_samples(self):
+        form = struct.pack("<HHIIHHH", 7, 1, 32000, 32000, 1, 8, 0)  # u-law
+        fact = struct.pack("<I", 3001)
+        wave = self.encode(riff((b"fmt ", form), (b"fact", fact), *BEFORE[:4], (b"data", b"\x7e" * 3001), *BEHIND))
+        self.assertEqual(other_chunks(wave), BEFORE[:4] + BEHIND)
+        self.assertEqual(struct.unpack("<I", wave[b"fact"])[0], 3001)
+
+    def test_chunks_from_a_pipe(self):
+        content = riff((b"fmt ", pcm_format()), *BEFORE, (b"data", music(5000, 2, 48000)), *BEHIND)
+        self.good("encode", "--wrap", "-", "-o", "w.wav", input=content)
+        self.assertEqual(other_chunks(Riff(self.get("w.wav"))), BEFORE + BEHIND)
+
+    def test_the_format_of_equal_frames(self):
+        wave = self.encode(riff((b"fmt ", pcm_format()), (b"data", music(5000, 2, 48000))), "-b", "192", "--copyright", "--no-crc")
+        form = wave.format()
+        self.assertEqual((form["align"], form["bitrate"], form["flags"]), (576, 192000, 0x1E))
+        self.put("w.mp2", wave[b"data"])
+        self.good("encode", "-b", "192", "--copyright", "--no-crc", "x.wav")
+        self.assertEqual(self.get("x.mp2"), wave[b"data"])
+
+    def test_names(self):
+        self.put("x.wav", riff((b"fmt ", pcm_format()), (b"data", bytes(4000))))
+        self.put("y", riff((b"fmt ", pcm_format()), (b"data", bytes(4000))))
+        os.mkdir(self.path("to"))
+        self.good("encode", "--wrap", "x.wav", "y")
+        self.assertEqual(self.names(), [b"to", b"x.mp2.wav", b"x.wav", b"y", b"y.wav"])
+        self.good("encode", "--wrap", "x.wav", "y", "-o", "to")
+        self.assertEqual(sorted(os.listdir(self.path("to"))), [b"x.wav", b"y.wav"])
+
+    def levels(self, content):
+        return struct.unpack("<5h", content[412:422])
+
+    def test_loudness_in_a_new_bext_chunk(self):
+        content = riff((b"fmt ", pcm_format()), (b"data", music(48000 * 4, 2, 48000)))
+        wave = self.encode(content, "--bext-loudness")
+        self.assertEqual(wave.names, [b"fmt ", b"fact", b"bext", b"data"])
+        own = wave[b"bext"]
+        self.assertEqual(len(own), 602)
+        self.assertEqual(struct.unpack_from("<H", own, 346)[0], 2)
+        loudness = json.loads(self.good("encode", "-f", "--json", "--loudness", "x.wav", "-o", "x.mp2").out)["loudness"]
+        integrated, spread, peak, momentary, short_term = (level / 100 for level in self.levels(own))
+        self.assertAlmostEqual(integrated, loudness["integratedLufs"], delta=0.051)
+        self.assertAlmostEqual(spread, loudness["rangeLu"], delta=0.051)
+        self.assertAlmostEqual(peak, loudness["truePeakDbtp"], delta=0.051)
+        # Of a steady sound all are equal but for the noise in it.
+        self.assertAlmostEqual(momentary, integrated, delta=0.1)
+        self.assertAlmostEqual(short_term, integrated, delta=0.1)
+        self.assertEqual(own[:346] + own[348:412] + own[422:], bytes(602 - 12))
+
+    def test_loudness_changes_nothing_else_of_a_bext_chunk(self):
+        old = bext()
+        content = riff((b"bext", old), (b"fmt ", pcm_format()), (b"odd ", b"x"), (b"data", music(48000, 2, 48000)), *BEHIND)
+        wave = self.encode(content, "--bext-loudness")
+        own = wave[b"bext"]
+        self.assertEqual(wave.names[2:], [b"bext", b"odd ", b"data"] + [name for name, _ in BEHIND])
+        self.assertEqual(struct.unpack_from("<H", own, 346)[0], 2)
+        self.assertEqual(own[:346] + own[348:412] + own[422:], old[:346] + old[348:412] + old[422:])
+        levels = self.levels(own)
+        self.assertTrue(-3000 < levels[0] < -1000, levels)
+        self.assertEqual(levels[4], 0x7FFF)  # no three seconds
+
+    def test_refusals(self):
+        sound = (b"data", bytes(4000))
+        self.put("x.wav", riff((b"fmt ", pcm_format()), sound))
+        self.put("short.wav", riff((b"fmt ", pcm_format()), (b"bext", bytes(601)), sound))
+        self.refused(1, "is about a WAVE file", "encode", "x.wav", "--bext-loudness")
+        self.refused(2, "bext chunk too short", "encode", "short.wav", "--wrap", "--bext-loudness", "-o", "y.wav")
+        self.refused(2, "cannot be filled in on a pipe", "encode", "x.wav", "--wrap", "--bext-loudness", "-o", "-")
+        self.assertEqual(self.names(), [b"short.wav", b"x.wav"])
+
+
+@unittest.skipUnless("QAV_TEST_FULL" in os.environ, "takes long, and 5 GB of disk")
+class BeyondFourGigabytes(CliTest):
+    def test_written_and_read(self):
+        block = STEREO * 1000
+        with open(self.path("out.wav"), "wb") as out:
+            process = self.start("wrap", "-", "-o", "-", stdin=subprocess.PIPE, stdout=out)
+            blocks = (4 << 30) // len(block) + 1
+            for _ in range(blocks):
+                process.stdin.write(block)
+            _, err = process.communicate()
+        self.assertEqual((process.returncode, err), (0, b""))
+        size = blocks * len(block)
+        with open(self.path("out.wav"), "rb") as f:
+            head = f.read(200)
+            self.assertEqual(os.fstat(f.fileno()).st_size, 8 + 4 + 36 + 48 + 12 + 8 + size + size % 2)
+        self.assertEqual(head[:8] + head[8:16], b"RF64\xff\xff\xff\xffWAVEds64")
+        riff_size, data_size, samples = struct.unpack_from("<QQQ", head, 20)
+        self.assertEqual((riff_size, data_size), (os.path.getsize(self.path("out.wav")) - 8, size))
+        self.assertEqual(samples, blocks * 30000 * 1152)
+        said = json.loads(self.good("info", "--json", "out.wav").out)
+        self.assertEqual((said["frames"], said["verdict"]), (blocks * 30000, "good"))
+
+    def test_sparse(self):
+        hole = (4 << 30) + 4096
+        form = struct.pack("<HHIIHHHHIHHHHII", 0x50, 2, 44100, 24000, 1, 0, 22, 2, 192000, 1, 0, 1, 16, 0, 0)
+        data_size = 2 * len(STEREO) + hole
+        head = b"RF64\xff\xff\xff\xffWAVEds64" + struct.pack("<IQQQI", 28, data_size + 200, data_size, 0, 0)
+        head += b"fmt " + struct.pack("<I", len(form)) + form + b"data\xff\xff\xff\xff"
+        with open(self.path("in.wav"), "wb") as f:
+            f.write(head + STEREO)
+            f.seek(hole, os.SEEK_CUR)
+            f.write(STEREO + b"\0" * (data_size % 2) + b"LIST\4\0\0\0INFO")
+        result = self.qav("wrap", "in.wav", "-o", "out.wav")
+        self.assertEqual(result.status, 3)
+        self.assertIn("lost sync", result.err)
+        wave = Riff(self.get("out.wav"))
+        self.assertEqual(wave[b"LIST"], b"INFO")
+        self.assertEqual(wave[b"data"], STEREO + STEREO)
 
 
 if __name__ == "__main__":

@@ -1,0 +1,33 @@
+// Where an encoded stream goes: into a file of its own, or wrapped into a WAVE file.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+#include "tools/frame_header.h"
+#include "tools/mpeg_wave_writer.h"
+#include "tools/output_file.h"
+
+namespace qav::tool {
+
+class EncodedOutput {
+ public:
+  EncodedOutput(const std::string &name, bool overwrite) : file_(name, overwrite) {}
+
+  // To be called before the first frame where the stream is to be wrapped.
+  void wrap(const MpegWaveWriter::Options &options) { wave_.emplace(file_, options); }
+
+  void write(const uint8_t *frame, uint32_t bytes);
+
+  // The stream is complete, and encodes this many samples per channel. Returns what is to be said about it; empty:
+  // nothing.
+  std::string finish(uint64_t samples, const BextLoudness *loudness);
+
+ private:
+  OutputFile file_;
+  HeaderParser parser_;
+  std::optional<MpegWaveWriter> wave_;
+};
+
+}  // namespace qav::tool
