@@ -25,6 +25,7 @@ struct Reading {
 
 Reading readAll(const Bytes &input, const Bytes &cuts, const std::optional<RawFormat> &raw) {
   Reading result;
+  KeptChunks kept;
   try {
     auto source = std::make_unique<MemorySource>(input, cuts, false);
     std::unique_ptr<PcmReader> reader;
@@ -33,7 +34,7 @@ Reading readAll(const Bytes &input, const Bytes &cuts, const std::optional<RawFo
     } else {
       auto window = std::make_unique<ByteWindow>(*source);
       if (window->fill(12) < 12) return result;
-      auto wav = std::make_unique<WavReader>(std::move(source), std::move(window));
+      auto wav = std::make_unique<WavReader>(std::move(source), std::move(window), &kept);
       if (!wav->isPlainPcm()) return result;
       reader = std::move(wav);
     }

@@ -48,7 +48,8 @@ std::string text(const Event &event, uint64_t &bytes) {
 
 Walk walk(const Bytes &input, const Bytes &cuts) {
   MemorySource source(input, cuts, cuts.empty());
-  StreamWalker walker(source);
+  KeptChunks kept;
+  StreamWalker walker(source, {.keep = &kept});
   StreamReport report;
   Walk result;
   uint64_t next = 0;  // the first byte that is not accounted for yet
@@ -84,6 +85,10 @@ Walk walk(const Bytes &input, const Bytes &cuts) {
     }
   }
   result.report = report.json(0).dump();
+  for (const auto side : {KeptChunks::Side::beforeData, KeptChunks::Side::behindData}) {
+    FUZZ_CHECK(kept.bytes(side) % 2 == 0 && kept.bytes(side) <= input.size() + 1);  // a cut chunk is padded
+    result.report += ", kept " + std::to_string(kept.bytes(side));
+  }
   return result;
 }
 

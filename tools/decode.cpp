@@ -45,6 +45,7 @@ class Output {
   void begin(const FrameHeader &header, std::optional<uint64_t> samples) {
     if (trimmed_ && !options_.split) trimmed_->forgetLength();
     if (!joiner_ || options_.split) {
+      if (target_) target_->leaveOutChunksBehind();
       finish();
       openNext(header, names_.empty() ? samples : std::nullopt);
     }

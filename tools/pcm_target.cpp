@@ -22,7 +22,7 @@ void FileTarget::write(const int16_t *samples, size_t frames) {
 }
 
 void FileTarget::close() {
-  const std::string remark = wav_ ? wav_->finish() : std::string();
+  const std::string remark = wav_ ? wav_->finish(withChunksBehind_) : std::string();
   if (!remark.empty() && options_.warn) options_.warn(remark);
   out_->commit();
   wav_.reset();

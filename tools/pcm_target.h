@@ -38,11 +38,15 @@ class FileTarget final : public PcmTarget {
   void write(const int16_t *samples, size_t frames) override;
   void close() override;
 
+  // Another file follows that the chunks behind the input's data will go into.
+  void leaveOutChunksBehind() { withChunksBehind_ = false; }
+
   const std::string &name() const { return name_; }
 
  private:
   std::string name_;
   Options options_;
+  bool withChunksBehind_ = true;
   uint32_t channels_ = 0;
   std::optional<OutputFile> out_;
   std::optional<WavWriter> wav_;

@@ -49,8 +49,9 @@ uint64_t RiffWriter::beginData() {
   return chunksOffset;
 }
 
-std::string RiffWriter::finish(uint64_t samples) {
-  const uint64_t behindBytes = chunks_ ? chunks_->bytes(KeptChunks::Side::behindData) : 0;
+std::string RiffWriter::finish(uint64_t samples, bool withChunksBehind) {
+  const KeptChunks *const behind = withChunksBehind ? chunks_ : nullptr;
+  const uint64_t behindBytes = behind ? behind->bytes(KeptChunks::Side::behindData) : 0;
   if (!out_.canPatch()) {
     // Where the data has no length nothing can follow it.
     if (behindBytes == 0) return {};
@@ -59,7 +60,7 @@ std::string RiffWriter::finish(uint64_t samples) {
   }
   const uint64_t dataBytes = out_.size() - dataOffset_;
   if ((dataBytes & 1) != 0) out_.write("", 1);
-  if (chunks_) chunks_->write(out_, KeptChunks::Side::behindData);
+  if (behind) behind->write(out_, KeptChunks::Side::behindData);
   const uint64_t riffBytes = out_.size() - 8;
   if (riffBytes < kUnknownLength) {
     uint8_t size[4];

@@ -25,9 +25,9 @@ class RiffWriter {
   // from here on is its content. Returns where the kept chunks begin.
   uint64_t beginData();
 
-  // Everything is written: the kept chunks that belong behind the data follow. `samples`: per channel. Returns what is to
-  // be said about it; empty: nothing.
-  std::string finish(uint64_t samples);
+  // Everything is written: the kept chunks that belong behind the data follow, where they are wanted. `samples`: per
+  // channel. Returns what is to be said about it; empty: nothing.
+  std::string finish(uint64_t samples, bool withChunksBehind = true);
 
  private:
   OutputFile &out_;

@@ -32,7 +32,7 @@ void WavWriter::write(const int16_t *samples, size_t count) {
   count_ += count;
 }
 
-std::string WavWriter::finish() { return riff_.finish(count_ / channels_); }
+std::string WavWriter::finish(bool withChunksBehind) { return riff_.finish(count_ / channels_, withChunksBehind); }
 
 void writeSamples(OutputFile &out, const int16_t *samples, size_t count) {
   if constexpr (std::endian::native == std::endian::little) {

@@ -28,9 +28,9 @@ class WavWriter {
   // Append samples in host byte order, channels interleaved.
   void write(const int16_t *samples, size_t count);
 
-  // Write what stands behind the samples, and put the lengths into the header where that is possible. Returns what is to
-  // be said about it; empty: nothing.
-  std::string finish();
+  // Write what stands behind the samples, where it is wanted, and put the lengths into the header where that is possible.
+  // Returns what is to be said about it; empty: nothing.
+  std::string finish(bool withChunksBehind = true);
 
  private:
   OutputFile &out_;

@@ -304,6 +304,22 @@ class Decode(CliTest):
         self.assertIn("the chunks behind the data", result.lines[0])
         self.assertEqual(Riff(result.out, piped=True).chunks[1:8], BEFORE)
 
+    def test_chunks_of_a_stream_that_is_split(self):
+        mono = data("l2_mono_lsf_22k_56.mp2")
+        self.put("a.mp2", STEREO + mono)
+        self.assertEqual(self.qav("wrap", "a.mp2", "-o", "bare.wav").status, 3)
+        form = Riff(self.get("bare.wav"))[b"fmt "]
+        self.put("in.wav", riff((b"fmt ", form), *BEFORE, (b"data", STEREO + mono), *BEHIND))
+        self.assertEqual(self.qav("decode", "--split", "in.wav", "-o", "out.wav").status, 3)
+        first, second = Riff(self.get("out.wav")), Riff(self.get("out.2.wav"))
+        self.assertEqual(other_chunks(first), BEFORE)
+        self.assertEqual(other_chunks(second), BEFORE + BEHIND)
+        # Each stretch has a delay of its own; the length in the fact chunk is that of neither.
+        self.assertEqual(self.qav("decode", "--split", "--trim", "-f", "in.wav", "-o", "out.wav").status, 3)
+        for name, whole in (("out.wav", first), ("out.2.wav", second)):
+            channels = struct.unpack_from("<H", whole[b"fmt "], 2)[0]
+            self.assertEqual(Riff(self.get(name))[b"data"], whole[b"data"][481 * channels * 2 :])
+
 
 def music(frames, channels, rate, seed=1):
     """Two tones and some noise a channel, interleaved, as the bytes of 16-bit samples."""
