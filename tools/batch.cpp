@@ -22,13 +22,14 @@ namespace {
 constexpr size_t kKeptBytes = 256 * 1024;
 
 void reportFailure(Job &job, const Failure &failure) {
-  job.complain(failure.complaint);
+  job.complainAbout(failure.file.empty() ? job.input() : failure.file, failure.complaint);
   if (!job.wantsObject()) return;
   Json object;
   object["status"] = failure.status;
   object["verdict"] = failure.isNotMpegAudio ? Json("not MPEG audio") : Json();
   object["error"] = {
       {"place", failure.complaint.place}, {"what", failure.complaint.what}, {"remedy", failure.complaint.remedy}};
+  if (!failure.file.empty()) object["error"]["output"] = toUtf8(failure.file);
   job.object(object);
 }
 

@@ -32,12 +32,20 @@ class Failure : public std::exception {
 
   int status;
   Complaint complaint;
+  std::string file;             // that it is about, where that is not the input
   bool isNotMpegAudio = false;  // the input was read, and is something else
 };
 
 // An input or output that cannot be used.
 [[noreturn]] inline void fail(std::string what, std::string remedy, std::string place = {}) {
   throw Failure(kUnusable, {std::move(place), std::move(what), std::move(remedy)});
+}
+
+// An output that cannot be written; `file` as the command line names it.
+[[noreturn]] inline void failOutput(const std::string &file, std::string what, std::string remedy) {
+  Failure failure(kUnusable, {{}, std::move(what), std::move(remedy)});
+  failure.file = file == "-" ? "standard output" : file;
+  throw failure;
 }
 
 // An input that was read and is no MPEG audio that can be decoded.

@@ -57,8 +57,6 @@ class Joiner {
   void commit();
 
  private:
-  template <typename Work>
-  void aboutOutput(const Work &work);
   void require(const FrameEvent &frame);
   void write(const FrameEvent &frame);
 
@@ -69,16 +67,6 @@ class Joiner {
   uint64_t frames_ = 0;   // written
   double seconds_ = 0.0;
 };
-
-// A failure in `work` is one of the output, not of an input.
-template <typename Work>
-void Joiner::aboutOutput(const Work &work) {
-  try {
-    work();
-  } catch (const Failure &failure) {
-    fail(failure.complaint.what, failure.complaint.remedy, displayName(options_.output));
-  }
-}
 
 // Formats are compared before anything is written, as far as inputs can be read twice.
 Joiner::Joiner(const CommonOptions &options) : options_(options) {
@@ -96,7 +84,7 @@ Joiner::Joiner(const CommonOptions &options) : options_(options) {
       refused = true;  // it will be met again, and told
     }
   }
-  if (!refused) aboutOutput([&] { out_.emplace(options.output, options.force); });
+  if (!refused) out_.emplace(options.output, options.force);
 }
 
 void Joiner::require(const FrameEvent &frame) {
@@ -148,7 +136,7 @@ int Joiner::add(Job &job) {
 }
 
 void Joiner::commit() {
-  if (out_) aboutOutput([&] { out_->commit(); });
+  if (out_) out_->commit();
 }
 
 }  // namespace

@@ -118,7 +118,7 @@ int main(int argc, char **argv) {
   } catch (const Interrupted &) {
     endInterrupted();
   } catch (const Failure &failure) {
-    fmt::print(stderr, "{}\n", messageLine("", failure.complaint));
+    fmt::print(stderr, "{}\n", messageLine(failure.file, failure.complaint));
     return failure.status;
   } catch (const std::exception &error) {
     fmt::print(stderr, "{}\n", messageLine("", {{}, error.what(), {}}));

@@ -31,19 +31,21 @@ constexpr size_t kBufferBytes = 256 * 1024;
 constexpr uint64_t kCachedBytes = uint64_t{64} << 20;
 constexpr int kDontCache = 0x80;  // RWF_DONTCACHE, which is missing in most headers
 
-[[noreturn]] void failWrite(int error) {
+[[noreturn]] void failWrite(const std::string &name, int error) {
   const char *remedy = "check the drive";
-  if (error == EPIPE) fail("the reader of the output has closed it", "let it read to the end");
+  if (error == EPIPE) failOutput(name, "the reader of the output has closed it", "let it read to the end");
   if (error == ENOSPC || error == EDQUOT) remedy = "free some space, or choose another folder with -o";
   if (error == EFBIG) remedy = "raise the limit on file sizes, or choose another file system with -o";
   if (error == EACCES || error == EPERM || error == EROFS) remedy = "choose another folder with -o";
   if (error == ENOENT) remedy = "create the folder first";
   if (error == ENAMETOOLONG) remedy = "choose a shorter name with -o";
   if (error == ENOTDIR) remedy = "choose another name with -o";
-  fail("cannot be written: " + errorText(error), remedy);
+  failOutput(name, "cannot be written: " + errorText(error), remedy);
 }
 
-[[noreturn]] void failExists() { fail("exists already", "use -f to overwrite it, or choose another name with -o"); }
+[[noreturn]] void failExists(const std::string &name) {
+  failOutput(name, "exists already", "use -f to overwrite it, or choose another name with -o");
+}
 
 // The folder of a path, with its slash; empty for the current one.
 std::string folderOf(const std::string &path) {
@@ -75,10 +77,10 @@ std::string temporaryName(const std::string &target) {
 std::mutex claimedMutex;
 std::set<std::string> claimed;
 
-void claim(const std::string &target) {
+void claim(const std::string &name, const std::string &target) {
   const std::lock_guard lock(claimedMutex);
   if (!claimed.insert(target).second)
-    fail(displayName(target) + " has been written from another input already", "choose another name or folder with -o");
+    failOutput(name, "has been written from another input already", "choose another name or folder with -o");
 }
 
 void unclaim(const std::string &target) {
@@ -89,11 +91,11 @@ void unclaim(const std::string &target) {
 }  // namespace
 
 OutputFile::OutputFile(const std::string &name, bool overwrite)
-    : overwrite_(overwrite), buffer_(std::make_unique<uint8_t[]>(kBufferBytes)) {
+    : name_(name), overwrite_(overwrite), buffer_(std::make_unique<uint8_t[]>(kBufferBytes)) {
   if (name == "-") {
     fd_ = STDOUT_FILENO;
     struct stat status {};
-    if (fstat(fd_, &status) != 0) failWrite(errno);
+    if (fstat(fd_, &status) != 0) failWrite(name_, errno);
     const bool regular = S_ISREG(status.st_mode);
     // Redirected to a file: its beginning can still be corrected, unless everything is appended.
     start_ = regular ? lseek(fd_, 0, SEEK_CUR) : -1;
@@ -107,19 +109,19 @@ void OutputFile::openTarget(const std::string &name, bool overwrite) {
   struct stat status {};
   mode_t mode = 0666;
   const bool exists = stat(name.c_str(), &status) == 0;
-  if (exists && S_ISDIR(status.st_mode)) fail("is a directory", "choose a file name with -o");
+  if (exists && S_ISDIR(status.st_mode)) failOutput(name_, "is a directory", "choose a file name with -o");
   if (exists && !S_ISREG(status.st_mode)) {
     fd_ = open(name.c_str(), O_WRONLY | O_CLOEXEC | O_NOCTTY);
-    if (fd_ < 0) failWrite(errno);
+    if (fd_ < 0) failWrite(name_, errno);
     owned_ = true;
     return;
   }
   if (exists) {
-    if (!overwrite) failExists();
+    if (!overwrite) failExists(name_);
     mode = status.st_mode & 07777;
   }
   const std::string target = canonical(name);  // what a symbolic link points at is replaced, not the link
-  claim(target);
+  claim(name_, target);
   for (;;) {
     const std::string candidate = temporaryName(target);
     registerTemporary(candidate);
@@ -132,7 +134,7 @@ void OutputFile::openTarget(const std::string &name, bool overwrite) {
     unregisterTemporary(candidate);
     if (error == EEXIST || error == EINTR) continue;
     unclaim(target);
-    failWrite(error);
+    failWrite(name_, error);
   }
   if (exists) static_cast<void>(fchmod(fd_, mode));
   target_ = target;
@@ -185,7 +187,7 @@ void OutputFile::writeAll(const uint8_t *data, size_t bytes) {
         mayPass_ = false;
         continue;
       }
-      failWrite(errno);
+      failWrite(name_, errno);
     }
     data += n;
     bytes -= static_cast<size_t>(n);
@@ -200,7 +202,7 @@ void OutputFile::patch(uint64_t offset, const void *data, size_t bytes) {
     const ssize_t n = pwrite(fd_, from, bytes, at);
     if (n < 0) {
       if (errno == EINTR) continue;
-      failWrite(errno);
+      failWrite(name_, errno);
     }
     from += n;
     at += n;
@@ -214,7 +216,7 @@ void OutputFile::commit() {
   if (!owned_) return;
   const int fd = fd_;
   fd_ = -1;
-  if (close(fd) != 0) failWrite(errno);
+  if (close(fd) != 0) failWrite(name_, errno);
   if (temporary_.empty()) return;
   int result = overwrite_ ? rename(temporary_.c_str(), target_.c_str())
                           : renameat2(AT_FDCWD, temporary_.c_str(), AT_FDCWD, target_.c_str(), RENAME_NOREPLACE);
@@ -224,8 +226,8 @@ void OutputFile::commit() {
     if (result == 0) unlink(temporary_.c_str());
   }
   if (result != 0) {
-    if (errno == EEXIST) failExists();
-    failWrite(errno);
+    if (errno == EEXIST) failExists(name_);
+    failWrite(name_, errno);
   }
   unregisterTemporary(temporary_);
   temporary_.clear();

@@ -40,6 +40,7 @@ class OutputFile {
   void writeAll(const uint8_t *data, size_t bytes);
   void discard() noexcept;
 
+  std::string name_;
   std::string target_;     // final path; empty when written directly
   std::string temporary_;  // empty when written directly, and after commit
   int fd_ = -1;

@@ -253,7 +253,7 @@ class Outputs(CliTest):
 
     def test_an_existing_file_is_overwritten_only_by_force(self):
         self.put("a.wav", b"old")
-        self.refused(2, "exists already", "decode", "a.mp2")
+        self.refused(2, "qav: a.wav: exists already", "decode", "a.mp2")
         self.assertEqual(self.get("a.wav"), b"old")
         self.good("decode", "-f", "a.mp2")
         self.assertNotEqual(self.get("a.wav"), b"old")
