@@ -92,7 +92,7 @@ void CommandLine::addInputs(CommonOptions &options, std::vector<std::string> ext
   app_.add_option("--files-from", options.filesFrom, "those listed in FILE, one a line")
       ->type_name("FILE")
       ->group(kInputGroup);
-  sameLine(app_.add_flag("--null", options.nullSeparated, "NUL-ended")->group(kInputGroup));
+  sameLine(app_.add_flag("--null", options.nullSeparated, "ended by NUL")->group(kInputGroup));
   app_.add_option("-j,--jobs", options.jobs, "threads in all (default: one per core)")
       ->type_name("N")
       ->check(CLI::Range(1u, 4096u))
@@ -110,8 +110,8 @@ void CommandLine::addInputs(CommonOptions &options, std::vector<std::string> ext
       ->type_name("json")
       ->check(CLI::IsMember({"json"}))
       ->group(kRunGroup);
-  app_.add_flag("-q,--quiet", options.quiet, "only what is wrong")->group(kRunGroup);
-  sameLine(app_.add_flag("-v,--verbose", options.verbose, "more")->group(kRunGroup));
+  app_.add_flag("-q,--quiet", options.quiet, "say only what is wrong")->group(kRunGroup);
+  sameLine(app_.add_flag("-v,--verbose", options.verbose, "say more")->group(kRunGroup));
 }
 
 void CommandLine::addOutput(CommonOptions &options, const std::string &whatIsWritten) {

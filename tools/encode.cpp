@@ -197,7 +197,7 @@ void addStreamOptions(CommandLine &line, StreamRequest &stream) {
       ->check(CLI::IsMember({"none", "50/15", "j17"}));
   app.add_flag("--copyright", stream.copyright, "mark as protected by copyright")->group(kStreamGroup);
   CLI::Option *const original = app.add_flag("--original", stream.original, "mark as an original (default)");
-  CLI::Option *const copy = app.add_flag("!--copy", stream.original, "as a copy");
+  CLI::Option *const copy = app.add_flag("!--copy", stream.original, "mark as a copy");
   line.sameLine(copy->excludes(original)->group(kStreamGroup));
   original->group(kStreamGroup);
 }

@@ -12,6 +12,7 @@ FILES = {
     "lib": {"pkgconfig/qav.pc", "cmake/qav/qavConfig.cmake", "cmake/qav/qavConfigVersion.cmake",
             "cmake/qav/qavTargets.cmake", "cmake/qav/qavTargets-release.cmake"},
 }
+COMPLETIONS = {"bash-completion/completions/qav", "zsh/site-functions/_qav", "fish/vendor_completions.d/qav.fish"}
 
 
 def run(*command, **options):
@@ -31,6 +32,13 @@ def check_files(prefix, libdir, shared, version):
     libraries = {"libqav.so", f"libqav.so.{major}", f"libqav.so.{version}"} if shared else {"libqav.a"}
     assert files_below(prefix / "include") == FILES["include"], files_below(prefix / "include")
     assert files_below(prefix / libdir) == FILES["lib"] | libraries, files_below(prefix / libdir)
+    # With the tool comes what its users' shells and readers look for.
+    if (prefix / "bin/qav").exists():
+        share = files_below(prefix / "share")
+        assert share >= COMPLETIONS, share
+        pages = {name for name in share if name.startswith("man/man1/")}
+        assert share == COMPLETIONS | pages, share
+        assert not pages or {"man/man1/qav.1", "man/man1/qav-encode.1"} <= pages, pages
 
 
 def main():
