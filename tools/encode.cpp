@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "tools/encoded_output.h"
+#include "tools/explainer.h"
 #include "tools/layer2_encoder.h"
 #include "tools/layer2_format.h"
 #include "tools/message.h"
@@ -27,6 +28,7 @@ struct EncodeOptions : PcmOptions {
   bool verify = false;
   bool wrap = false;
   bool bextLoudness = false;
+  std::string explain;  // where reports go
 };
 
 // What became of one input.
@@ -38,7 +40,7 @@ struct Encoded {
 };
 
 Encoded encodeStream(PcmInput &input, const StreamFormat &format, const StreamRequest &request, unsigned threads,
-                     EncodedOutput &out, Verifier *verifier) {
+                     EncodedOutput &out, Verifier *verifier, Explainer *explainer) {
   Encoded result{format};
   bool ended = false;
   uint64_t read = 0;  // frames
@@ -59,6 +61,7 @@ Encoded encodeStream(PcmInput &input, const StreamFormat &format, const StreamRe
   encodeStretches(format, request, threads, next, [&](const int16_t *samples, const uint8_t *frame, uint32_t bytes) {
     out.write(frame, bytes);
     if (verifier) verifier->add(samples, frame, bytes);
+    if (explainer) explainer->add(samples, frame, bytes);
     ++result.frames;
     result.bytes += bytes;
   });
@@ -113,7 +116,7 @@ BextLoudness bextLoudness(const LoudnessMeter &meter) {
           meter.greatestShortTermLufs()};
 }
 
-int encodeOne(Job &job, const EncodeOptions &options, const std::string &outputName) {
+int encodeOne(Job &job, const EncodeOptions &options, const std::string &outputName, const std::string &pageName) {
   KeptChunks chunks;
   PcmInput input(job, options, options.wrap ? &chunks : nullptr);
   const StreamFormat format = resolveFormat(options.stream, input.format());
@@ -122,12 +125,15 @@ int encodeOne(Job &job, const EncodeOptions &options, const std::string &outputN
   if (options.wrap) out.wrap(wrapping(options, input.format(), format, chunks));
   std::optional<Verifier> verifier;
   if (options.verify) verifier.emplace(format);
-  const Encoded result =
-      encodeStream(input, format, options.stream, job.threads(), out, verifier ? &*verifier : nullptr);
+  std::optional<Explainer> explainer;
+  if (!pageName.empty()) explainer.emplace(format, pageName, options.force);
+  const Encoded result = encodeStream(input, format, options.stream, job.threads(), out,
+                                      verifier ? &*verifier : nullptr, explainer ? &*explainer : nullptr);
   std::optional<BextLoudness> loudness;
   if (options.bextLoudness) loudness = bextLoudness(*input.meter());
   const std::string remark = out.finish(result.samples, loudness ? &*loudness : nullptr);
   if (!remark.empty()) job.complainAbout(outputName, {{}, remark, {}});
+  if (explainer) explainer->finish(outputName);
   const int status = input.finish();
 
   if (job.wantsObject()) {
@@ -145,6 +151,7 @@ int encodeOne(Job &job, const EncodeOptions &options, const std::string &outputN
                       {"sampleFrames", result.samples}};
     if (options.wrap) json["stream"]["wrapped"] = true;
     if (verifier) json["verify"] = verifyJson(*verifier, format.channels);
+    if (explainer) json["page"] = toUtf8(pageName);
     job.object(json);
   }
   if (options.json) return status;
@@ -214,6 +221,10 @@ int runEncode(int argc, char **argv) {
   addStreamOptions(line, options.stream);
   addPcmOptions(line, options);
   line.sameLine(line.app().add_flag("--verify", options.verify, "decode and measure the noise")->group(kSoundGroup));
+  line.app()
+      .add_option("--explain", options.explain, "a page about it, as inspect writes")
+      ->type_name("FILE|DIR")
+      ->group(kSoundGroup);
   line.app().add_flag("--wrap", options.wrap, "WAVE, with kept chunks")->group(kOutputGroup);
   line.sameLine(
       line.app().add_flag("--bext-loudness", options.bextLoudness, "its loudness in bext")->group(kOutputGroup));
@@ -228,10 +239,17 @@ int runEncode(int argc, char **argv) {
     if (!options.wrap) return ".mp2";
     return isBeside && extensionOf(input) == ".wav" ? ".mp2.wav" : ".wav";
   });
+  std::vector<std::string> pages(options.inputs.size());
+  if (!options.explain.empty()) {
+    CommonOptions pageOptions = options;
+    pageOptions.output = options.explain;
+    pages = planOutputs(pageOptions, ".html");
+    if (pages[0] == "-") failUsage("--explain - would mix with what else goes to standard output", "name a file");
+  }
   if (outputs[0] == "-" && options.json)
     failUsage("--json and the stream would both go to standard output", "use -o FILE");
   if (outputs[0] == "-" && isatty(STDOUT_FILENO)) failUsage("a stream is not written to a terminal", "use -o FILE");
-  return runJobs(options, [&](Job &job) { return encodeOne(job, options, outputs[job.index()]); });
+  return runJobs(options, [&](Job &job) { return encodeOne(job, options, outputs[job.index()], pages[job.index()]); });
 }
 
 }  // namespace qav::tool

@@ -51,8 +51,8 @@ class Comparison {
 
   int status() const { return statusOf(reader_); }
   std::string text() const { return against_.text(); }
-  Json json(const InspectReport &report, const FrameReader &reader, const ArrayWriter &array) const {
-    return against_.json(file_, status(), reader_, report.columns(), report.endFrame(reader), array);
+  Json json(const InspectReport &report, const InspectedStream &stream, const ArrayWriter &array) const {
+    return against_.json(file_, status(), reader_.stream(), report.columns(), report.endFrame(stream), array);
   }
 
  private:
@@ -99,8 +99,8 @@ int inspectOne(Job &job, const InspectOptions &options, const std::string &outpu
   const int status = comparison ? worseOf(statusOf(reader), comparison->status()) : statusOf(reader);
   const auto data = [&](ArrayWriter::Form form) {
     const ArrayWriter array(form);
-    Json json = report.json(job.input(), statusOf(reader), reader, array);
-    if (comparison) json["against"] = comparison->json(report, reader, array);
+    Json json = report.json(job.input(), statusOf(reader), reader.stream(), array);
+    if (comparison) json["against"] = comparison->json(report, reader.stream(), array);
     return json;
   };
   if (page) {
@@ -109,8 +109,11 @@ int inspectOne(Job &job, const InspectOptions &options, const std::string &outpu
     page->commit();
   }
   if (job.wantsObject()) {
-    Json json{{"status", status}};
-    json.update(options.json ? data(ArrayWriter::Form::plain) : reader.report().json(status));
+    Json json = reader.report().json(status);
+    if (options.json) {
+      json = {{"status", status}, {"verdict", verdictName(reader.report().verdict())}};
+      json.update(data(ArrayWriter::Form::plain));
+    }
     if (page) json["output"] = toUtf8(outputName);
     job.object(json);
   }

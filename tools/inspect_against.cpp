@@ -228,13 +228,13 @@ std::string InspectAgainst::text() const {
   return text;
 }
 
-Json InspectAgainst::json(const std::string &fileB, int statusB, const FrameReader &readerB,
+Json InspectAgainst::json(const std::string &fileB, int statusB, const InspectedStream &streamB,
                           const InspectColumns &columns, uint64_t endFrame, const ArrayWriter &array) const {
   Json json;
   json["file"] = toUtf8(fileB);
   json["stream"] = {{"file", toUtf8(fileB)}};
-  json["stream"].update(readerB.report().json(statusB));
-  json["head"] = headB_.json(readerB);
+  json["stream"].update(streamB.report.json(statusB));
+  json["head"] = headB_.json(streamB);
   json["framesCompared"] = compared_;
   json["framesDiffering"] = differing_;
   json["onlyInA"] = onlyInA_;

@@ -34,7 +34,7 @@ class InspectAgainst {
   std::string text() const;
 
   // `columns` and `endFrame` are those of the report about the first stream.
-  Json json(const std::string &fileB, int statusB, const FrameReader &readerB, const InspectColumns &columns,
+  Json json(const std::string &fileB, int statusB, const InspectedStream &streamB, const InspectColumns &columns,
             uint64_t endFrame, const ArrayWriter &array) const;
 
  private:

@@ -24,7 +24,9 @@ double scaleFactorDb(uint8_t index) { return 20.0 * std::log10(2.0) * (1.0 - ind
 
 std::optional<float> noiseToMaskDb(const InspectedFrame &frame, unsigned channel, unsigned subband) {
   const float smr = frame.smrDb[channel][subband];
-  if (!frame.hasModel || frame.fields.allocation[channel][subband] == 0 || !std::isfinite(smr)) return std::nullopt;
+  if (!frame.hasModel || !std::isfinite(smr)) return std::nullopt;
+  // Of what was left out, what was decoded tells nothing.
+  if (frame.fields.allocation[channel][subband] == 0 && !frame.modelSawOriginal) return std::nullopt;
   return smr - quantiserSnrDb(frame.fields, channel, subband);
 }
 

@@ -94,7 +94,8 @@ class InspectColumns {
   bool hasModel_ = false, hasSelection_ = false;
 };
 
-// The noise-to-mask ratio that a subband's allocation leaves; nothing where nothing is coded, or there was no signal.
+// The noise-to-mask ratio that a subband's allocation leaves; nothing where there was no signal. What is left out is noise
+// as loud as the signal where the model saw it, and unknown where it did not.
 std::optional<float> noiseToMaskDb(const InspectedFrame &frame, unsigned channel, unsigned subband);
 
 // The bits that a subband takes, in all parts of the frame. What both channels share counts half to each.

@@ -29,10 +29,10 @@ void InspectDistributions::add(const InspectedFrame &frame) {
       Band &band = band_[c][sb];
       ++band.allocation[fields.allocation[c][sb]];
       band.bits += static_cast<uint64_t>(2.0f * subbandBits(fields, c, sb));
+      if (const auto nmr = noiseToMaskDb(frame, c, sb)) addNmr(band, *nmr);
       if (fields.allocation[c][sb] == 0) continue;
       if (!layer1) ++band.selection[fields.selection[c][sb]];
       for (size_t part = 0; part < (layer1 ? 1u : 3u); ++part) ++band.scaleFactors[fields.scaleFactor[c][part][sb]];
-      if (const auto nmr = noiseToMaskDb(frame, c, sb)) addNmr(band, *nmr);
     }
 }
 

@@ -50,18 +50,39 @@ MaskingModel::MaskingModel(uint32_t freqHz) {
   if (!state_) throw std::bad_alloc();
 }
 
-void MaskingModel::analyse(InspectedFrame &frame, const int16_t *next) {
-  constexpr size_t kFrame = QAV_SAMPLES_PER_FRAME, kLate = kCodecDelay;
+void MaskingModel::estimate(InspectedFrame &frame, const int16_t *next) {
+  const size_t frameSamples = size_t{QAV_SAMPLES_PER_FRAME} * frame.header.channels;
+  const size_t late = kCodecDelay * frame.header.channels;
+  std::array<int16_t, 2 * QAV_SAMPLES_PER_FRAME> original{};
+  std::copy(frame.pcm.begin() + static_cast<std::ptrdiff_t>(late),
+            frame.pcm.begin() + static_cast<std::ptrdiff_t>(frameSamples), original.begin());
+  if (next) std::copy_n(next, late, original.begin() + static_cast<std::ptrdiff_t>(frameSamples - late));
+  analyse(frame, original.data());
+  frame.modelSawOriginal = false;
+}
+
+void MaskingModel::analyse(InspectedFrame &frame, const int16_t *original) {
   const unsigned channels = frame.header.channels;
-  std::array<int16_t, kFrame> own;
+  std::array<int16_t, QAV_SAMPLES_PER_FRAME> own;
   for (unsigned c = 0; c < channels; ++c) {
-    for (size_t i = kLate; i < kFrame; ++i) own[i - kLate] = frame.pcm[i * channels + c];
-    for (size_t i = 0; i < kLate; ++i) own[kFrame - kLate + i] = next ? next[i * channels + c] : int16_t{0};
+    for (size_t i = 0; i < own.size(); ++i) own[i] = original[i * channels + c];
     neb_psycho_anal(own.data(), c, frame.smrDb[c], state_.get());
     for (float &smr : frame.smrDb[c])
       if (!(smr > kSilenceDb)) smr = kNothing;
   }
-  frame.hasModel = true;
+  frame.hasModel = frame.modelSawOriginal = true;
+}
+
+bool readFrame(FrameDecoder &decoder, const FrameEvent &event, InspectedFrame &frame) {
+  frame.place = event.place;
+  frame.header = event.header;
+  frame.hasModel = false;
+  std::memcpy(frame.data.data(), event.data, event.header.frameBytes);
+  frame.result = NEB_inspectFrame(event.data, event.header.frameBytes, &frame.fields, nullptr);
+  frame.bits = bitsOfParts(frame.fields);
+  if (decoder.decode(event.data, event.header.frameBytes, frame.pcm.data())) return true;
+  std::fill_n(frame.pcm.begin(), size_t{event.header.frameSamples} * event.header.channels, int16_t{0});
+  return false;
 }
 
 FrameReader::FrameReader(const std::string &name, Options options)
@@ -73,7 +94,7 @@ FrameReader::FrameReader(const std::string &name, Options options)
       following_(std::make_unique<InspectedFrame>()) {}
 
 void FrameReader::Meter::close() {
-  result_ = Loudness{meter_->integratedLufs(), meter_->rangeLu(), meter_->truePeakDbtp()};
+  result_ = StreamLoudness{meter_->integratedLufs(), meter_->rangeLu(), meter_->truePeakDbtp()};
 }
 
 const InspectedFrame *FrameReader::next() {
@@ -85,7 +106,7 @@ const InspectedFrame *FrameReader::next() {
   const bool continues = readOn() && following_->place.frame == current_->place.frame + 1 &&
                          sameFormatAndChannels(current_->header, following_->header);
   if (model && hasMaskingModel(current_->header) && current_->isGood())
-    model->analyse(*current_, continues ? following_->pcm.data() : nullptr);
+    model->estimate(*current_, continues ? following_->pcm.data() : nullptr);
   if (!model_) model_ = std::move(model);
   return current_.get();
 }
@@ -115,9 +136,7 @@ bool FrameReader::readOn() {
 
 void FrameReader::startFormat(const FrameHeader &header) {
   inFormat_ = true;
-  DecoderSession *session = nullptr;
-  if (zo_mpeg_Decode1FrameInit(&session) != QAV_DECODE_OK) throw std::bad_alloc();
-  decoder_.reset(session);
+  decoder_.restart();
   model_.reset();
   if (options_.estimateMasking && hasMaskingModel(header)) model_.emplace(header.freqHz);
   if (options_.measureLoudness) joiner_.begin(header.freqHz, header.channels);
@@ -125,23 +144,8 @@ void FrameReader::startFormat(const FrameHeader &header) {
 
 void FrameReader::take(const FrameEvent &event) {
   if (!inFormat_) startFormat(event.header);
-  InspectedFrame &frame = *following_;
-  frame.place = event.place;
-  frame.header = event.header;
-  frame.hasModel = false;
-  std::memcpy(frame.data.data(), event.data, event.header.frameBytes);
-  frame.result = NEB_inspectFrame(event.data, event.header.frameBytes, &frame.fields, nullptr);
-  frame.bits = bitsOfParts(frame.fields);
-
-  uint32_t outBytes = 0, consumed = 0;
-  const uint32_t decoded =
-      zo_mpeg_Decode1Frame(decoder_.get(), event.data, event.header.frameBytes, frame.pcm.data(), &outBytes, &consumed);
-  const size_t samples = size_t{event.header.frameSamples} * event.header.channels;
-  if (decoded != QAV_DECODE_OK) {
-    report_.observeRefusal(event);
-    std::fill_n(frame.pcm.begin(), samples, int16_t{0});
-  }
-  if (options_.measureLoudness) joiner_.write(frame.pcm.data(), event.header.frameSamples);
+  if (!readFrame(decoder_, event, *following_)) report_.observeRefusal(event);
+  if (options_.measureLoudness) joiner_.write(following_->pcm.data(), event.header.frameSamples);
 }
 
 }  // namespace qav::tool

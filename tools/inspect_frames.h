@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "tools/frame_decoder.h"
 #include "tools/loudness.h"
 #include "tools/mpeg_input.h"
 #include "tools/pcm_target.h"
@@ -33,23 +34,42 @@ struct InspectedFrame {
   std::array<uint32_t, kFrameParts> bits;  // of each part; their sum is the frame's
   std::array<int16_t, QAV_MAX_FRAME_PCM_BYTES / 2> pcm;
   bool hasModel;
-  float smrDb[2][32];  // signal to mask; -infinity where there is no signal
+  bool modelSawOriginal;  // what the encoder was given, not what was decoded
+  float smrDb[2][32];     // signal to mask; -infinity where there is no signal
 
   bool isGood() const { return result == NEB_INSPECT_GOOD; }
   uint32_t partBits(FramePart part) const { return bits[static_cast<size_t>(part)]; }
 };
 
+struct StreamLoudness {
+  double integratedLufs, rangeLu, truePeakDbtp;
+};
+
+// What is known of a stream when all its frames were seen.
+struct InspectedStream {
+  const StreamReport &report;
+  Place end;
+  std::optional<StreamLoudness> loudness;
+  std::optional<uint64_t> bytes;
+};
+
+// Takes a frame apart and decodes it; false when it does not decode, which counts as silence. The model is left out.
+bool readFrame(FrameDecoder &decoder, const FrameEvent &event, InspectedFrame &frame);
+
 // Signal to quantisation noise in dB of what a Layer II frame coded in a subband (ISO/IEC 11172-3 Table C.5).
 float quantiserSnrDb(const NEB_InspectFrame &fields, unsigned channel, unsigned subband);
 
-// The psychoacoustic model of one stream, and the samples of the frame that waits for the next one's: decoded samples are
-// late by the codec's delay, so those that a frame was made of are only complete with the next.
+// The psychoacoustic model of one stream. Decoded samples are late by the codec's delay, so those that a frame was made of
+// are complete only with the next frame's.
 class MaskingModel {
  public:
   explicit MaskingModel(uint32_t freqHz);
 
-  // Completes `frame` with the beginning of the next frame's samples; null: silence.
-  void analyse(InspectedFrame &frame, const int16_t *next);
+  // As the frame's decoded samples let it guess. They are completed with the beginning of the next frame's; null: silence.
+  void estimate(InspectedFrame &frame, const int16_t *next);
+
+  // By the 1152 sample frames that the frame was made of.
+  void analyse(InspectedFrame &frame, const int16_t *original);
 
  private:
   struct Free {
@@ -76,29 +96,21 @@ class FrameReader {
   const StreamReport &report() const { return report_; }
 
   // After the end.
-  struct Loudness {
-    double integratedLufs, rangeLu, truePeakDbtp;
-  };
-  const std::optional<Loudness> &loudness() const { return loudness_; }
-  const Place &end() const { return end_; }
+  InspectedStream stream() const { return {report_, end_, loudness_, input_.size()}; }
 
  private:
   // Hears all stretches as one.
   class Meter final : public PcmTarget {
    public:
-    explicit Meter(std::optional<Loudness> &result) : result_(result) {}
+    explicit Meter(std::optional<StreamLoudness> &result) : result_(result) {}
     void open(uint32_t freqHz, uint32_t channels) override { meter_.emplace(freqHz, channels, std::nullopt); }
     void write(const int16_t *samples, size_t frames) override { meter_->add(samples, frames); }
     void close() override;
 
    private:
-    std::optional<Loudness> &result_;
+    std::optional<StreamLoudness> &result_;
     std::optional<LoudnessMeter> meter_;
   };
-  struct Term {
-    void operator()(DecoderSession *session) const { zo_mpeg_Decode1FrameTerm(session); }
-  };
-
   bool readOn();
   void take(const FrameEvent &event);
   void startFormat(const FrameHeader &header);
@@ -106,10 +118,10 @@ class FrameReader {
   MpegInput input_;
   Options options_;
   StreamReport report_;
-  std::optional<Loudness> loudness_;
+  std::optional<StreamLoudness> loudness_;
   Meter meter_;
   StretchJoiner joiner_;
-  std::unique_ptr<DecoderSession, Term> decoder_;
+  FrameDecoder decoder_;
   std::optional<MaskingModel> model_;
   std::unique_ptr<InspectedFrame> current_, following_;
   bool hasFollowing_ = false;

@@ -96,8 +96,8 @@ std::string verdictText(const StreamReport &report, uint64_t lostFrames) {
   return "";
 }
 
-Json InspectHead::json(const FrameReader &reader) const {
-  const StreamReport &report = reader.report();
+Json InspectHead::json(const InspectedStream &stream) const {
+  const StreamReport &report = stream.report;
   const auto number = [](double value) { return std::isfinite(value) ? Json(std::round(value * 100) / 100) : Json(); };
   Json json;
   // Those that are there but do not decode are lost too.
@@ -109,7 +109,7 @@ Json InspectHead::json(const FrameReader &reader) const {
   json["bitrateText"] = bitrateText(report);
   json["checkText"] = checkWordsText(report);
   json["durationText"] = timeText(report.seconds());
-  json["bytes"] = reader.input().size() ? Json(*reader.input().size()) : Json();
+  json["bytes"] = stream.bytes ? Json(*stream.bytes) : Json();
   json["chunks"] = Json::array();
   if (report.container())
     json["chunks"].push_back({{"kind", "RIFF/WAVE head"}, {"offset", 0}, {"bytes", report.container()->dataOffset}});
@@ -136,7 +136,7 @@ Json InspectHead::json(const FrameReader &reader) const {
                     {"nonZeroFrames", nonZeroTails_},
                     {"constantByte", tailByte_ && !tailsDiffer_ ? Json(*tailByte_) : Json()}};
   json["loudness"] = nullptr;
-  if (const auto &loudness = reader.loudness())
+  if (const auto &loudness = stream.loudness)
     json["loudness"] = {{"integratedLufs", number(loudness->integratedLufs)},
                         {"rangeLu", number(loudness->rangeLu)},
                         {"truePeakDbtp", number(loudness->truePeakDbtp)}};

@@ -35,7 +35,7 @@ class PaddingRule {
 class InspectHead {
  public:
   void add(const InspectedFrame &frame);
-  Json json(const FrameReader &reader) const;
+  Json json(const InspectedStream &stream) const;
 
  private:
   PaddingRule padding_;

@@ -89,17 +89,17 @@ void InspectReport::add(const InspectedFrame &frame, const StreamReport &report)
 }
 
 // Frames lost at the end count too where they are in the range.
-uint64_t InspectReport::endFrame(const FrameReader &reader) const {
-  return range_.to == std::numeric_limits<double>::infinity() ? std::max(lastFrame_ + 1, reader.end().frame)
+uint64_t InspectReport::endFrame(const InspectedStream &stream) const {
+  return range_.to == std::numeric_limits<double>::infinity() ? std::max(lastFrame_ + 1, stream.end.frame)
                                                               : lastFrame_ + 1;
 }
 
-Json InspectReport::json(const std::string &file, int status, const FrameReader &reader,
+Json InspectReport::json(const std::string &file, int status, const InspectedStream &stream,
                          const ArrayWriter &array) const {
-  const StreamReport &report = reader.report();
+  const StreamReport &report = stream.report;
   const unsigned channels = columns_.channels(), subbands = columns_.subbands();
   const ColumnGrid &grid = columns_.grid();
-  const uint64_t end = endFrame(reader);
+  const uint64_t end = endFrame(stream);
   const size_t count = grid.count(end);
 
   Json json;
@@ -108,7 +108,7 @@ Json InspectReport::json(const std::string &file, int status, const FrameReader 
   json["tool"] = versionText();
   json["stream"] = {{"file", toUtf8(file)}};
   json["stream"].update(report.json(status));
-  json["head"] = head_.json(reader);
+  json["head"] = head_.json(stream);
   json["range"] = {{"fromSeconds", secondsOfFrame(grid.firstFrame(), report)},
                    {"toSeconds", secondsOfFrame(end, report)},
                    {"firstFrame", grid.firstFrame()},

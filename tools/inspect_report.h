@@ -31,14 +31,13 @@ class InspectReport {
  public:
   InspectReport(InspectRange range, ModelSource source) : range_(range), source_(source) {}
 
-  // Every frame of the stream, in the order in which `reader` gives them.
+  // Every frame of the stream, in its order; `report` has seen the next one too.
   void add(const InspectedFrame &frame, const StreamReport &report);
 
   // After the last frame.
   const InspectColumns &columns() const { return columns_; }
-  uint64_t endFrame(const FrameReader &reader) const;
-  Json json(const std::string &file, int status, const FrameReader &reader, const ArrayWriter &array) const;
-  Json headJson(const FrameReader &reader) const { return head_.json(reader); }
+  uint64_t endFrame(const InspectedStream &stream) const;
+  Json json(const std::string &file, int status, const InspectedStream &stream, const ArrayWriter &array) const;
 
  private:
   bool isNearFinding(uint64_t frame, const StreamReport &report) const;

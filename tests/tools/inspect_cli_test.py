@@ -374,6 +374,53 @@ class Scripts(html.parser.HTMLParser):
             self.data += text
 
 
+class Explain(InspectTest):
+    def explain(self, pcm, *arguments):
+        self.put("x.s16", pcm)
+        self.good("encode", "--raw", "s16le,44100,2", "x.s16", "--explain", "why.html", *arguments)
+        return json.loads(Scripts(self.get("why.html").decode()).data)
+
+    def test_the_stream_is_the_one_that_is_written(self):
+        report = self.explain(data("enc_stereo_44k_192_crc.s16"))
+        stream = self.get("x.mp2")
+        self.assertEqual(base64.b64decode(report["details"]["data"]), stream)
+        self.assertEqual((report["model"]["kind"], report["stream"]["file"]), ("true", "x.mp2"))
+        self.good("encode", "--raw", "s16le,44100,2", "x.s16", "-o", "plain.mp2")
+        self.assertEqual(self.get("plain.mp2"), stream)
+        # But for the model, it is what inspecting says.
+        self.good("inspect", "x.mp2")
+        inspected = json.loads(Scripts(self.get("x.html").decode()).data)
+        for part in ("stream", "head", "range", "findings", "columns", "wave", "tables"):
+            self.assertEqual(report[part], inspected[part], part)
+        for lane, values in inspected["lanes"].items():
+            self.assertTrue(lane in ("smrMax", "nmrMax", "nmrOver") or report["lanes"][lane] == values, lane)
+
+    def test_what_is_left_out_is_noise_as_loud_as_the_signal(self):
+        # Noise at a bitrate that cannot carry its upper subbands.
+        noise = bytes(range(256)) * 600
+        report = self.explain(noise, "-q", "-b", "112")
+
+        def values(array, letter):
+            raw = struct.unpack("<%d%s" % (math.prod(array["shape"]), letter), base64.b64decode(array["data"]))
+            return [None if value == array.get("none") else value * array.get("scale", 1) for value in raw]
+
+        details = report["details"]
+        allocation = values(details["allocation"], "B")
+        smr, nmr = values(details["smr"], "b"), values(details["nmr"], "b")
+        left = [i for i, index in enumerate(allocation) if index == 0 and smr[i] is not None and abs(smr[i]) < 60]
+        self.assertGreater(len(left), 20)
+        for i in left:
+            self.assertAlmostEqual(nmr[i], smr[i], delta=0.76)
+
+    def test_usage(self):
+        self.put("x.s16", bytes(4000))
+        arguments = ("encode", "--raw", "s16le,44100,2", "x.s16")
+        self.refused(1, "--explain -", *arguments, "--explain", "-")
+        self.put("why.html", b"mine")
+        self.refused(2, "exists", *arguments, "--explain", "why.html")
+        self.assertEqual(self.names(), [b"why.html", b"x.s16"])
+
+
 class Page(InspectTest):
     def test_the_page_holds_the_data_and_needs_nothing_else(self):
         self.put("a.mp2", STEREO)

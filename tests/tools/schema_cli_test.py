@@ -56,11 +56,14 @@ class Schema(CliTest):
         self.assertEqual(len(self.results("inspect", "good.mp2", "cut.mp2", "joined.mp2", "text", "missing")), 5)
         self.assertEqual(len(self.results("inspect", "good.mp2", "--against", "cut.mp2", "--to", "0.5")), 1)
         self.assertEqual(len(self.results("inspect", "good.mp2", "-o", "page.html")), 1)
+        self.qav("inspect", "cut.mp2", "joined.mp2", "--report", "r")
+        for line in self.get("r").splitlines():
+            validate(json.loads(line), SCHEMA)
 
     def test_encoding_and_resampling(self):
         inputs = ["in.wav", "silent.wav", "lying.wav", "text", "missing"]
         self.assertEqual(len(self.results("encode", *inputs, "-o", "out", "--verify", "--loudness", "-r", "48000")), 5)
-        self.assertEqual(len(self.results("encode", "in.wav", "-o", "a.mp2", "--gain", "20")), 1)
+        self.assertEqual(len(self.results("encode", "in.wav", "-o", "a.mp2", "--gain", "20", "--explain", "a.html")), 1)
         self.assertEqual(len(self.results("resample", *inputs, "-o", "out", "-r", "48000")), 5)
 
     def test_wrapping_and_trimming(self):

@@ -1,0 +1,39 @@
+#include "tools/explainer.h"
+
+#include "tools/failure.h"
+#include "tools/inspect_page.h"
+
+namespace qav::tool {
+
+Explainer::Explainer(const StreamFormat &format, const std::string &page, bool overwrite)
+    : page_(page, overwrite),
+      format_(format),
+      model_(format.freqHz),
+      meter_(format.freqHz, format.channels, std::nullopt),
+      report_({}, ModelSource::encoder),
+      frame_(std::make_unique<InspectedFrame>()) {}
+
+void Explainer::add(const int16_t *samples, const uint8_t *frame, uint32_t frameBytes) {
+  FrameEvent event{place_, {}, frame, Check::none};
+  if (!parser_.parse(frame, event.header) || event.header.frameBytes != frameBytes ||
+      !readFrame(decoder_, event, *frame_))
+    fail("an encoded frame does not decode", "report this as an error of the encoder");
+  model_.analyse(*frame_, samples);
+  meter_.add(frame_->pcm.data(), event.header.frameSamples);
+  stream_.observe(event);
+  report_.add(*frame_, stream_);
+  ++place_.frame;
+  place_.offset += frameBytes;
+  place_.seconds = static_cast<double>(place_.frame * QAV_SAMPLES_PER_FRAME) / format_.freqHz;
+}
+
+void Explainer::finish(const std::string &file) {
+  stream_.observe(EndEvent{place_, place_.frame});
+  const InspectedStream stream{
+      stream_, place_, StreamLoudness{meter_.integratedLufs(), meter_.rangeLu(), meter_.truePeakDbtp()}, place_.offset};
+  const std::string text = reportPage(report_.json(file, kGood, stream, ArrayWriter(ArrayWriter::Form::packed)));
+  page_.write(text.data(), text.size());
+  page_.commit();
+}
+
+}  // namespace qav::tool
