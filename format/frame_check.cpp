@@ -94,7 +94,8 @@ extern "C" void neb_I_CRC_calc(const FrameParams *fp, const uint32_t allocation[
 extern "C" void neb_II_CRC_calc(const FrameParams *fp, const uint32_t allocation[2][32], const uint32_t scfsi[2][32],
                                 uint32_t *crc) {
   const int32_t channels = fp->channels < 2 ? fp->channels : 2;
-  const int32_t sblimit = fp->sblimit < 32 ? fp->sblimit : 32;
+  // Without channels there may be no table either.
+  const int32_t sblimit = channels < 1 ? 0 : fp->sblimit < 32 ? fp->sblimit : 32;
 
   CheckRegister check;
   check.feedHeader(*fp);
