@@ -8,12 +8,14 @@
 #include <sys/uio.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <mutex>
 #include <set>
+#include <utility>
 
 #include "tools/failure.h"
 #include "tools/interrupt.h"
@@ -25,10 +27,12 @@ namespace {
 
 constexpr size_t kBufferBytes = 256 * 1024;
 
-// So much of an output stays in the system's cache. What goes beyond that is on its way to the drive at once and leaves the
-// cache as soon as it is there, so that a long output does not drive everything else out of the memory, and the next block
-// finds memory that is ready for it. Systems before Linux 6.14 and some file systems do not know how.
-constexpr uint64_t kCachedBytes = uint64_t{64} << 20;
+// So much of an output stays in the system's cache; a longer one would drive everything else out of the memory. What goes
+// beyond that is written directly where the drive is fast enough for that. Otherwise it is on its way to the drive at once
+// and leaves the cache as soon as it is there, so that the next block finds memory that is ready for it. (Systems before
+// Linux 6.14 and some file systems do not know how.)
+constexpr uint64_t kCachedBytes = uint64_t{16} << 20;
+static_assert(kCachedBytes % DirectOutput::kBlockBytes == 0);
 constexpr int kDontCache = 0x80;  // RWF_DONTCACHE, which is missing in most headers
 
 [[noreturn]] void failWrite(const std::string &name, int error) {
@@ -91,7 +95,11 @@ void unclaim(const std::string &target) {
 }  // namespace
 
 OutputFile::OutputFile(const std::string &name, bool overwrite)
-    : name_(name), overwrite_(overwrite), buffer_(std::make_unique<uint8_t[]>(kBufferBytes)) {
+    : name_(name),
+      overwrite_(overwrite),
+      buffer_(std::make_unique<uint8_t[]>(kBufferBytes)),
+      block_(buffer_.get()),
+      blockBytes_(kBufferBytes) {
   if (name == "-") {
     fd_ = STDOUT_FILENO;
     struct stat status {};
@@ -144,6 +152,7 @@ void OutputFile::openTarget(const std::string &name, bool overwrite) {
 OutputFile::~OutputFile() { discard(); }
 
 void OutputFile::discard() noexcept {
+  direct_.reset();
   if (owned_ && fd_ >= 0) close(fd_);
   fd_ = -1;
   if (!temporary_.empty()) {
@@ -155,25 +164,57 @@ void OutputFile::discard() noexcept {
 }
 
 void OutputFile::write(const void *data, size_t bytes) {
-  size_ += bytes;
-  if (bytes > kBufferBytes - collected_) flush();
-  if (bytes >= kBufferBytes) {
-    writeAll(static_cast<const uint8_t *>(data), bytes);
-    return;
+  auto from = static_cast<const uint8_t *>(data);
+  while (bytes > 0) {
+    const size_t n = std::min(bytes, blockBytes_ - collected_);
+    std::memcpy(block_ + collected_, from, n);
+    from += n;
+    bytes -= n;
+    collected_ += n;
+    if (collected_ == blockBytes_) passBlockOn();
   }
-  if (bytes > 0) std::memcpy(buffer_.get() + collected_, data, bytes);
-  collected_ += bytes;
 }
 
+void OutputFile::passBlockOn() {
+  if (direct_ && direct_->isFast()) {
+    throwIfInterrupted();
+    direct_->write(block_, passedOn_);
+    passedOn_ += std::exchange(collected_, 0);
+    block_ = direct_->freeBlock();
+    if (const int error = direct_->error()) failWrite(name_, error);
+    return;
+  }
+  flush();
+  if (!temporary_.empty() && passedOn_ == kCachedBytes) beginDirect();
+}
+
+void OutputFile::beginDirect() {
+  direct_ = DirectOutput::open(temporary_, fd_);
+  if (!direct_) return;
+  block_ = direct_->freeBlock();
+  blockBytes_ = DirectOutput::kBlockBytes;
+}
+
+void OutputFile::endDirect() {
+  direct_->finish();
+  if (const int error = direct_->error()) failWrite(name_, error);
+  if (lseek(fd_, static_cast<off_t>(passedOn_), SEEK_SET) < 0) failWrite(name_, errno);
+}
+
+// Hand over what is collected; from here on through the cache.
 void OutputFile::flush() {
-  writeAll(buffer_.get(), collected_);
-  collected_ = 0;
+  if (direct_) endDirect();
+  writeAll(block_, collected_);
+  passedOn_ += std::exchange(collected_, 0);
+  direct_.reset();
+  block_ = buffer_.get();
+  blockBytes_ = kBufferBytes;
 }
 
 void OutputFile::writeAll(const uint8_t *data, size_t bytes) {
   while (bytes > 0) {
     throwIfInterrupted();  // a write that blocks is ended from outside
-    const bool isPassing = mayPass_ && size_ > kCachedBytes;
+    const bool isPassing = mayPass_ && passedOn_ >= kCachedBytes;
     const iovec part{const_cast<uint8_t *>(data), bytes};
     const ssize_t n = isPassing ? pwritev2(fd_, &part, 1, -1, kDontCache) : ::write(fd_, data, bytes);
     if (n < 0) {

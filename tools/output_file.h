@@ -8,6 +8,8 @@
 #include <memory>
 #include <string>
 
+#include "tools/direct_output.h"
+
 namespace qav::tool {
 
 class OutputFile {
@@ -23,7 +25,7 @@ class OutputFile {
   void write(const void *data, size_t bytes);
 
   // Bytes appended so far.
-  uint64_t size() const { return size_; }
+  uint64_t size() const { return passedOn_ + collected_; }
 
   // Whether patch() works: not on a pipe.
   bool canPatch() const { return canPatch_; }
@@ -36,6 +38,9 @@ class OutputFile {
 
  private:
   void openTarget(const std::string &name, bool overwrite);
+  void passBlockOn();
+  void beginDirect();
+  void endDirect();
   void flush();
   void writeAll(const uint8_t *data, size_t bytes);
   void discard() noexcept;
@@ -47,11 +52,14 @@ class OutputFile {
   bool owned_ = false;
   bool overwrite_ = false;
   bool canPatch_ = false;
-  bool mayPass_ = false;  // a file on whose end the cache need not be spent
-  int64_t start_ = 0;     // where in the descriptor this output begins
-  uint64_t size_ = 0;
-  size_t collected_ = 0;
+  bool mayPass_ = false;   // a file on whose end the cache need not be spent
+  int64_t start_ = 0;      // where in the descriptor this output begins
+  uint64_t passedOn_ = 0;  // bytes, to the system or to direct_
+  size_t collected_ = 0;   // bytes, in block_
   std::unique_ptr<uint8_t[]> buffer_;
+  uint8_t *block_;
+  size_t blockBytes_;
+  std::unique_ptr<DirectOutput> direct_;  // while it writes; block_ is one of its own then
 };
 
 }  // namespace qav::tool

@@ -3,7 +3,8 @@
  *
  *   QAV_FAULTS   CALL:N:FAULT, several separated by commas. CALL is open, read, write, close, rename or clock; N counts
  *                those calls from 1, * is each of them. FAULT is the name of an error, or `short`: only a part of what
- *                was asked for is done; `ahead`, `back`: the clock leaps by hours at every look.
+ *                was asked for is done; `slow`: the call takes 20 ms longer; `ahead`, `back`: the clock leaps by hours at
+ *                every look.
  *   QAV_FAULT_COUNTS   a file to which, at the end, "CALL NUMBER" lines are written: how often each was called.
  */
 #define _GNU_SOURCE
@@ -16,6 +17,7 @@
 #include <stdlib.h>
 #include <string.h>
 #include <sys/types.h>
+#include <sys/uio.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -28,8 +30,9 @@ static _Atomic unsigned char watched[1024];
 static const struct {
   const char *name;
   int number;
-} kErrors[] = {{"EIO", EIO},       {"EINTR", EINTR},   {"ENOSPC", ENOSPC}, {"EAGAIN", EAGAIN}, {"EPIPE", EPIPE},
-               {"ENOENT", ENOENT}, {"EACCES", EACCES}, {"EMFILE", EMFILE}, {"EDQUOT", EDQUOT}, {"EROFS", EROFS}};
+} kErrors[] = {{"EIO", EIO},       {"EINTR", EINTR},   {"ENOSPC", ENOSPC}, {"EAGAIN", EAGAIN},
+               {"EPIPE", EPIPE},   {"ENOENT", ENOENT}, {"EACCES", EACCES}, {"EMFILE", EMFILE},
+               {"EDQUOT", EDQUOT}, {"EROFS", EROFS},   {"EINVAL", EINVAL}};
 
 enum { kNone = 0, kShort = -1, kAhead = -2, kBack = -3 }; /* or an error's number */
 
@@ -44,6 +47,7 @@ static int faultOf(enum Call call) {
     if (sscanf(spec, "%15[^:]:%15[^:]:%15[^,]", name, number, fault) == 3 && strcmp(name, kNames[call]) == 0 &&
         (strcmp(number, "*") == 0 || atoi(number) == n)) {
       if (strcmp(fault, "short") == 0) return kShort;
+      if (strcmp(fault, "slow") == 0) return nanosleep(&(struct timespec){0, 20000000}, NULL), kNone;
       if (strcmp(fault, "ahead") == 0) return kAhead;
       if (strcmp(fault, "back") == 0) return kBack;
       for (size_t i = 0; i < sizeof kErrors / sizeof *kErrors; ++i)
@@ -127,6 +131,19 @@ AT_PLACE(pread, kRead, void *, off_t)
 AT_PLACE(pread64, kRead, void *, off64_t)
 AT_PLACE(pwrite, kWrite, const void *, off_t)
 AT_PLACE(pwrite64, kWrite, const void *, off64_t)
+
+#define IN_PARTS(function, offset)                                                           \
+  ssize_t function(int fd, const struct iovec *parts, int n, offset at, int flags) {         \
+    ssize_t (*const real)(int, const struct iovec *, int, offset, int) =                     \
+        (ssize_t(*)(int, const struct iovec *, int, offset, int))next(#function);            \
+    const int fault = isWatched(fd) ? faultOf(kWrite) : kNone;                               \
+    if (fault > 0) return errno = fault, -1;                                                 \
+    struct iovec first = *parts;                                                             \
+    first.iov_len = part(first.iov_len);                                                     \
+    return fault == kShort ? real(fd, &first, 1, at, flags) : real(fd, parts, n, at, flags); \
+  }
+IN_PARTS(pwritev2, off_t)
+IN_PARTS(pwritev64v2, off64_t)
 
 int close(int fd) {
   int (*const real)(int) = (int (*)(int))next("close");

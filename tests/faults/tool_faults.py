@@ -110,6 +110,34 @@ def check_faults(name, arguments, source, suffix):
         print(f"{name}: {', '.join(f'{n} {call}' for call, n in number.items())} calls, each made to fail")
 
 
+def check_long_output(mp2):
+    """What goes to the drive past the cache, on a thread of its own: refused, interrupted, by halves, slow, full."""
+    with tempfile.TemporaryDirectory() as place:
+        folder = pathlib.Path(place).resolve()
+        one, target = mp2.read_bytes(), folder / "out.wav"
+        (folder / "long.mp2").write_bytes(one * (6_000_000 // len(one)))
+        job = ["decode", folder / "long.mp2", "-j", "1", "-o", target]
+        counts = folder / "counts"
+        expect(run(job, folder, counts=counts).returncode == 0, "decoding a long stream works")
+        good = target.read_bytes()
+        target.unlink()
+        number = {call: int(n) for call, n in (line.split() for line in counts.read_text().splitlines())}
+        # 16 MiB in quarters, then 16 blocks directly; the drive may be found slow then, and others go through the cache.
+        direct = range(65, 81)
+        expect(number["open"] == 3 and number["write"] > direct[-1] + 10, f"the long output is written directly: {number}")
+        for fault in ([f"write:{n}:{error}" for n in (direct[0], direct[3], direct[-1]) for error in ("EINTR", "EINVAL", "short")] +
+                      ["write:*:short", "write:*:slow", f"open:{number['open']}:EINVAL"]):
+            result = run(job, folder, fault)
+            expect(result.returncode == 0 and target.read_bytes() == good, f"a long output under {fault}: {result.stderr}")
+            target.unlink()
+        for fault in [f"write:{n}:{error}" for n in (direct[0], direct[3], direct[-1]) for error in ("ENOSPC", "EIO")]:
+            result = run(job, folder, fault)
+            what = f"a long output under {fault}: status {result.returncode}, {result.stderr}"
+            expect(result.returncode == 2 and result.stderr.count(b"\n") == 1, what)
+            expect(not target.exists() and not leftovers(folder), what)
+        print("long output: past the cache, and through it when that does not go")
+
+
 def check_pipes(mp2):
     """Standard output that is closed or full; standard input that hiccups."""
     with tempfile.TemporaryDirectory() as place:
@@ -286,6 +314,7 @@ with tempfile.TemporaryDirectory() as place:
     check_faults("decode", ["decode"], mp2, ".wav")
     check_clock(source)
     check_reports(mp2)
+    check_long_output(mp2)
     check_pipes(mp2)
     check_vanishing(mp2)
     check_signals(wav(4))

@@ -53,22 +53,54 @@ TEST(OutputFile, AppearsWholeWhenCommitted) {
   EXPECT_EQ(folder.names(), std::vector<std::string>{"a"});
 }
 
-// Whose end is written in another way, where the system knows it.
-TEST(OutputFile, ALongOneIsWholeToo) {
-  constexpr size_t kBytes = 70 << 20, kPiece = 100003;
-  const ScratchFolder folder;
-  std::string expected(kBytes, 0);
-  uint32_t noise = 1;
-  for (char &c : expected) {
-    noise = noise * 1664525 + 1013904223;
-    c = static_cast<char>(noise >> 24);
+std::string noise(size_t bytes) {
+  std::string made(bytes, 0);
+  uint32_t state = 1;
+  for (char &c : made) {
+    state = state * 1664525 + 1013904223;
+    c = static_cast<char>(state >> 24);
   }
+  return made;
+}
+
+// Whose end is written in another way, in whole blocks of a mebibyte but for the last.
+TEST(OutputFile, ALongOneIsWholeToo) {
+  constexpr size_t kPiece = 100003, kBlock = 1 << 20;
+  for (const size_t bytes : {70 * kBlock + 12345, 16 * kBlock, 17 * kBlock, 17 * kBlock + 1, 17 * kBlock - 1}) {
+    const ScratchFolder folder;
+    std::string expected = noise(bytes);
+    OutputFile out(folder / "a", false);
+    for (size_t at = 0; at < bytes; at += kPiece) out.write(&expected[at], std::min(kPiece, bytes - at));
+    EXPECT_EQ(out.size(), bytes);
+    out.patch(1, "PATCH", 5);
+    out.commit();
+    expected.replace(1, 5, "PATCH");
+    EXPECT_TRUE(contentOf(folder / "a") == expected) << bytes;
+  }
+}
+
+TEST(OutputFile, ALongOneMayBePatchedInItsMidst) {
+  constexpr size_t kBytes = 20 << 20, kPatched = 10 << 20;
+  const ScratchFolder folder;
+  std::string expected = noise(2 * kBytes);
   OutputFile out(folder / "a", false);
-  for (size_t at = 0; at < kBytes; at += kPiece) out.write(&expected[at], std::min(kPiece, kBytes - at));
-  out.patch(1, "PATCH", 5);
+  out.write(expected.data(), kBytes);
+  out.patch(kPatched, "PATCH", 5);
+  out.patch(kBytes - 5, "PATCH", 5);
+  out.write(&expected[kBytes], kBytes);
   out.commit();
-  expected.replace(1, 5, "PATCH");
+  expected.replace(kPatched, 5, "PATCH").replace(kBytes - 5, 5, "PATCH");
   EXPECT_TRUE(contentOf(folder / "a") == expected);
+}
+
+TEST(OutputFile, ALongOneLeavesNothingWithoutCommit) {
+  const ScratchFolder folder;
+  {
+    OutputFile out(folder / "a", false);
+    const std::string large = noise(size_t{24} << 20);
+    out.write(large.data(), large.size());
+  }
+  EXPECT_TRUE(folder.names().empty());
 }
 
 TEST(OutputFile, LeavesNothingWithoutCommit) {
@@ -131,24 +163,27 @@ TEST(OutputFile, PlacesThatCannotBeWrittenAreRefused) {
 }
 
 TEST(OutputFile, AFileTooLargeForTheLimitLeavesNothing) {
-  const ScratchFolder folder;
   handleSignals();
   rlimit old{};
   ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &old), 0);
-  const rlimit small{100000, old.rlim_max};
-  ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &small), 0);
-  std::string what;
-  try {
-    OutputFile out(folder / "a", false);
-    const std::string large(300000, 'L');
-    out.write(large.data(), large.size());
-    out.commit();
-  } catch (const Failure &failure) {
-    what = failure.complaint.what;
+  // In the first block, and in one that passes the cache.
+  for (const size_t limit : {size_t{100000}, (size_t{18} << 20) + 100000}) {
+    const ScratchFolder folder;
+    const rlimit small{limit, old.rlim_max};
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &small), 0);
+    std::string what;
+    try {
+      OutputFile out(folder / "a", false);
+      const std::string large(limit + 300000, 'L');
+      out.write(large.data(), large.size());
+      out.commit();
+    } catch (const Failure &failure) {
+      what = failure.complaint.what;
+    }
+    setrlimit(RLIMIT_FSIZE, &old);
+    EXPECT_EQ(what, "cannot be written: File too large") << limit;
+    EXPECT_TRUE(folder.names().empty()) << limit;
   }
-  setrlimit(RLIMIT_FSIZE, &old);
-  EXPECT_EQ(what, "cannot be written: File too large");
-  EXPECT_TRUE(folder.names().empty());
 }
 
 }  // namespace
