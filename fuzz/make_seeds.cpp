@@ -156,6 +156,21 @@ void toolSeeds(const fs::path &data) {
     seed("pcm_reader", "raw" + std::to_string(i), Bytes{uint8_t(1 | i << 1), i} + cuts + noise(i, 300));
 }
 
+// As the target of threads reads them: kind, threads, pieces, and what is made of those.
+void threadSeeds() {
+  const Bytes quiet = {0, 9, 7, 0, 0, 0, 4, 0x11, 0x10, 1, 0, 40, 5}, loud = {0, 9, 7, 0, 0, 0, 0, 0, 9};
+  const Bytes layer1 = {0, 15, 9, 0, 0, 0x40, 2, 0x33, 0, 60, 77}, garbage = {255, 5, 1, 2, 3, 4, 5};
+  const Bytes pieces = Bytes{3} + quiet + loud + layer1 + garbage;
+  for (uint8_t i = 0; i < 6; ++i) {
+    const std::string name = std::to_string(i);
+    seed("threads", "refused" + name, Bytes{0, i} + pieces + Bytes{0, 200, 1, i, 0, 100, 1, uint8_t(40 * i), 0, 255});
+    seed("threads", "mixed" + name,
+         Bytes{0, i} + pieces + Bytes{2, 255, 3, 0, 9, 1, 2, 255, 0, 99, 2, i, 0, 0, 8, i, 0, 90});
+    seed("threads", "encode" + name,
+         Bytes{250, i, i, uint8_t(3 * i), i, 1, uint8_t(60 + 30 * i), uint8_t(2 + i % 3), 90, 9, 31, i});
+  }
+}
+
 void streamSeeds(const fs::path &data) {
   size_t streams = 0;
   const auto add = [&](const std::string &name, const Bytes &stream) {
@@ -202,5 +217,6 @@ int main(int argc, char **argv) {
   converterSeeds();
   streamSeeds(argv[1]);
   toolSeeds(argv[1]);
+  threadSeeds();
   return 0;
 }
