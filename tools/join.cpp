@@ -54,7 +54,8 @@ class Joiner {
   explicit Joiner(const CommonOptions &options);
 
   int add(Job &job);
-  void commit();
+  // After all inputs; `status` is what became of them.
+  void commit(int status);
 
  private:
   void require(const FrameEvent &frame);
@@ -62,6 +63,7 @@ class Joiner {
 
   const CommonOptions &options_;
   std::optional<OutputFile> out_;
+  std::optional<Failure> early_;  // what was wrong with an input at the first look
   std::optional<FrameHeader> format_;
   std::string formatOf_;  // an input that has it
   uint64_t frames_ = 0;   // written
@@ -80,8 +82,10 @@ Joiner::Joiner(const CommonOptions &options) : options_(options) {
         formatOf_ = name;
       }
       refused |= !difference(*format_, header).empty();
-    } catch (const Failure &) {
+    } catch (const Failure &failure) {
       refused = true;  // it will be met again, and told
+      early_ = failure;
+      early_->file = name;
     }
   }
   if (!refused) out_.emplace(options.output, options.force);
@@ -135,8 +139,10 @@ int Joiner::add(Job &job) {
   return status;
 }
 
-void Joiner::commit() {
+void Joiner::commit(int status) {
   if (out_) out_->commit();
+  // Nothing has been written; if what was wrong had mended itself meanwhile, nobody would have been told.
+  if (!out_ && early_ && status != kUnusable) throw *early_;
 }
 
 }  // namespace
@@ -159,7 +165,7 @@ int runJoin(int argc, char **argv) {
   refuseInputAsOutput(options.inputs, options.output);
   Joiner joiner(options);
   status = runJobs(options, [&](Job &job) { return joiner.add(job); });
-  joiner.commit();
+  joiner.commit(status);
   return status;
 }
 

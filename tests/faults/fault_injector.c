@@ -1,10 +1,10 @@
 /* Preloaded into the tool, makes system calls go wrong as they do on bad days. Only files under QAV_FAULT_FOLDER and the
  * standard streams are concerned.
  *
- *   QAV_FAULTS   CALL:N:FAULT, several separated by commas. CALL is open, read, write, close, rename or clock; N counts
- *                those calls from 1, * is each of them. FAULT is the name of an error, or `short`: only a part of what
- *                was asked for is done; `slow`: the call takes 20 ms longer; `ahead`, `back`: the clock leaps by hours at
- *                every look.
+ *   QAV_FAULTS   CALL:N:FAULT, several separated by commas. CALL is open, read, write, close, rename, tmpfile or clock; N
+ *                counts those calls from 1, * is each of them. FAULT is the name of an error, or `short`: only a part of
+ *                what was asked for is done; `slow`: the call takes 20 ms longer; `full`: the temporary file is on a drive
+ *                without room; `ahead`, `back`: the clock leaps by hours at every look.
  *   QAV_FAULT_COUNTS   a file to which, at the end, "CALL NUMBER" lines are written: how often each was called.
  */
 #define _GNU_SOURCE
@@ -21,8 +21,8 @@
 #include <time.h>
 #include <unistd.h>
 
-enum Call { kOpen, kRead, kWrite, kClose, kRename, kClock, kCalls };
-static const char *const kNames[kCalls] = {"open", "read", "write", "close", "rename", "clock"};
+enum Call { kOpen, kRead, kWrite, kClose, kRename, kTmpfile, kClock, kCalls };
+static const char *const kNames[kCalls] = {"open", "read", "write", "close", "rename", "tmpfile", "clock"};
 
 static atomic_int counts[kCalls];
 static _Atomic unsigned char watched[1024];
@@ -34,7 +34,7 @@ static const struct {
                {"EPIPE", EPIPE},   {"ENOENT", ENOENT}, {"EACCES", EACCES}, {"EMFILE", EMFILE},
                {"EDQUOT", EDQUOT}, {"EROFS", EROFS},   {"EINVAL", EINVAL}};
 
-enum { kNone = 0, kShort = -1, kAhead = -2, kBack = -3 }; /* or an error's number */
+enum { kNone = 0, kShort = -1, kAhead = -2, kBack = -3, kFull = -4 }; /* or an error's number */
 
 static void *next(const char *name) { return dlsym(RTLD_NEXT, name); }
 
@@ -50,6 +50,7 @@ static int faultOf(enum Call call) {
       if (strcmp(fault, "slow") == 0) return nanosleep(&(struct timespec){0, 20000000}, NULL), kNone;
       if (strcmp(fault, "ahead") == 0) return kAhead;
       if (strcmp(fault, "back") == 0) return kBack;
+      if (strcmp(fault, "full") == 0) return kFull;
       for (size_t i = 0; i < sizeof kErrors / sizeof *kErrors; ++i)
         if (strcmp(fault, kErrors[i].name) == 0) return kErrors[i].number;
       fprintf(stderr, "fault_injector: what is %s?\n", fault);
@@ -144,6 +145,16 @@ AT_PLACE(pwrite64, kWrite, const void *, off64_t)
   }
 IN_PARTS(pwritev2, off_t)
 IN_PARTS(pwritev64v2, off64_t)
+
+#define TMPFILE(function)                                           \
+  FILE *function(void) {                                            \
+    FILE *(*const real)(void) = (FILE * (*)(void)) next(#function); \
+    const int fault = faultOf(kTmpfile);                            \
+    if (fault > 0) return errno = fault, NULL;                      \
+    return fault == kFull ? fopen("/dev/full", "w+b") : real();     \
+  }
+TMPFILE(tmpfile)
+TMPFILE(tmpfile64)
 
 int close(int fd) {
   int (*const real)(int) = (int (*)(int))next("close");

@@ -138,6 +138,31 @@ def check_long_output(mp2):
         print("long output: past the cache, and through it when that does not go")
 
 
+def check_set_aside(source, wrapped):
+    """What cannot be read twice from a pipe is set aside in a temporary file: there is none, or no room in it."""
+    with tempfile.TemporaryDirectory() as place:
+        folder = pathlib.Path(place).resolve()
+        aiff = source.read_bytes()[44:]
+        frames = len(aiff) // 4
+        common = struct.pack(">hIh", 2, frames, 16) + bytes.fromhex("400eac44000000000000")
+        sound = b"SSND" + struct.pack(">III", len(aiff) + 8, 0, 0) + aiff
+        aiff = b"FORM" + struct.pack(">I", 4 + 8 + len(common) + len(sound)) + b"AIFFCOMM" + struct.pack(">I", 18) + common + sound
+        wave, chunk = wrapped.read_bytes(), b"LIST" + struct.pack("<I", 1 << 20) + bytes(1 << 20)
+        wave = wave[:4] + struct.pack("<I", len(wave) - 8 + len(chunk)) + wave[8:12] + chunk + wave[12:]
+        jobs = {"a format that needs seeking": (["encode", "-", "-o", "-"], aiff),
+                "a long chunk that is kept": (["decode", "-", "-o", "-"], wave)}
+        for name, (job, content) in jobs.items():
+            good = run(job, folder, counts=folder / "counts", input=content)
+            expect(good.returncode == 0 and good.stdout, f"{name} works: {good.stderr}")
+            asked = int(dict(line.split() for line in (folder / "counts").read_text().splitlines())["tmpfile"])
+            expect(asked > 0, f"{name} is set aside")
+            for fault in ("EMFILE", "ENOSPC", "EACCES", "full"):
+                result = run(job, folder, f"tmpfile:1:{fault}", input=content)
+                expect(result.returncode == 2 and result.stderr.count(b"\n") == 1, f"{name}, {fault}: {result.stderr}")
+                expect(result.stderr.startswith(b"qav: "), f"{name}, {fault}: {result.stderr}")
+        print("set aside: no temporary file, or a full one")
+
+
 def check_pipes(mp2):
     """Standard output that is closed or full; standard input that hiccups."""
     with tempfile.TemporaryDirectory() as place:
@@ -178,6 +203,28 @@ def check_vanishing(mp2):
         expect(feed.returncode == 2 and message.count(b"\n") == 1, f"folder removed: {feed.returncode} {message}")
         expect(not (folder / "out").exists(), "a folder that was removed stays removed")
         print("vanishing: the output's folder")
+        # Inputs that were there when the batch began: gone, a folder now, shorter now.
+        for name, change, status in (("gone", os.unlink, 2), ("a folder", lambda p: (os.unlink(p), os.mkdir(p)), 2),
+                                     ("shorter", lambda p: os.truncate(p, os.path.getsize(p) - 100), 3)):
+            second = folder / "second.mp2"
+            shutil.copy(mp2, second)
+            batch = subprocess.Popen([options.qav, "decode", "-j", "1", "-f", "-", str(second), "-o", str(folder / "both")],
+                                     stdin=subprocess.PIPE, stderr=subprocess.PIPE)
+            batch.stdin.write(mp2.read_bytes())
+            batch.stdin.flush()
+            deadline = time.time() + 20
+            while not (folder / "both").exists() and time.time() < deadline:
+                time.sleep(0.01)
+            expect((folder / "both").exists(), "the batch has begun")
+            change(second)
+            _, message = batch.communicate(timeout=30)
+            expect(batch.returncode == status, f"an input that is {name}: {batch.returncode} {message}")
+            expect(b"second.mp2" in message, f"an input that is {name} is named: {message}")
+            outputs = sorted(p.name for p in (folder / "both").iterdir())
+            expect(len(outputs) == (1 if status == 2 else 2), f"an input that is {name}: {outputs}")
+            shutil.rmtree(folder / "both")
+            second.rmdir() if second.is_dir() else second.unlink(missing_ok=True)
+        print("vanishing: inputs that go, become folders, or lose their end")
 
 
 def check_clock(source):
@@ -312,6 +359,14 @@ with tempfile.TemporaryDirectory() as place:
     check_faults("encode", ["encode"], source, ".mp2")
     check_faults("resample", ["resample", "-r", "48000"], source, ".wav")
     check_faults("decode", ["decode"], mp2, ".wav")
+    check_faults("cut", ["cut", "--from", "0.1"], mp2, ".mp2")
+    check_faults("join", ["join", "-q"], mp2, ".mp2")
+    check_faults("wrap", ["wrap"], mp2, ".wav")
+    check_faults("inspect", ["inspect"], mp2, ".html")
+    wrapped = pathlib.Path(place) / "wrapped.wav"
+    expect(run(["wrap", mp2, "-o", wrapped], place).returncode == 0, "wrap works")
+    check_faults("unwrap", ["unwrap"], wrapped, ".mp2")
+    check_set_aside(source, wrapped)
     check_clock(source)
     check_reports(mp2)
     check_long_output(mp2)
