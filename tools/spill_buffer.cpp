@@ -22,15 +22,18 @@ void SpillBuffer::append(const void *data, size_t bytes) {
     file_.reset(std::tmpfile());
     if (!file_ || std::fwrite(memory_.data(), 1, memory_.size(), file_.get()) != memory_.size()) failTemporary();
     memory_ = {};
+    isAtEnd_ = true;
   }
   if (!file_)
     memory_.append(static_cast<const char *>(data), bytes);
-  else if (fseeko(file_.get(), 0, SEEK_END) != 0 || std::fwrite(data, 1, bytes, file_.get()) != bytes)
+  else if ((!isAtEnd_ && fseeko(file_.get(), 0, SEEK_END) != 0) || std::fwrite(data, 1, bytes, file_.get()) != bytes)
     failTemporary();
+  isAtEnd_ = true;
   size_ += bytes;
 }
 
 void SpillBuffer::patch(uint64_t offset, const void *data, size_t bytes) {
+  isAtEnd_ = false;
   if (!file_)
     std::memcpy(memory_.data() + offset, data, bytes);
   else if (fseeko(file_.get(), static_cast<off_t>(offset), SEEK_SET) != 0 ||
@@ -46,6 +49,7 @@ void SpillBuffer::clear() {
 
 void SpillBuffer::read(const std::function<void(const void *data, size_t bytes)> &take) const {
   if (!file_) return take(memory_.data(), memory_.size());
+  isAtEnd_ = false;
   std::array<char, 16384> block;
   if (fseeko(file_.get(), 0, SEEK_SET) != 0) failTemporary();
   for (uint64_t left = size_; left > 0;) {

@@ -29,6 +29,7 @@ class SpillBuffer {
   };
   std::string memory_;  // empty once there is a file
   std::unique_ptr<std::FILE, Close> file_;
+  mutable bool isAtEnd_ = false;  // of the file: the next bytes need no seek, which would write out the few that wait
   uint64_t size_ = 0;
 };
 
