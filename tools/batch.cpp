@@ -105,7 +105,7 @@ void Job::object(const Json &fields) {
   Json object = objectAbout(input(), state_, batch_.options.command);
   object.update(fields);
   if (batch_.report) batch_.report->write(object);
-  if (batch_.options.json) out(object.dump());
+  if (batch_.options.json) out(inertJson(object.dump()));
 }
 
 void Job::doneEarlier(int status) {
@@ -113,7 +113,7 @@ void Job::doneEarlier(int status) {
   Json object = objectAbout(input(), state_, batch_.options.command);
   object["status"] = status;
   object["done"] = "earlier";
-  out(object.dump());
+  out(inertJson(object.dump()));
 }
 
 int runJobs(const CommonOptions &options, const std::function<int(Job &)> &work) {

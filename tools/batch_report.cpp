@@ -85,7 +85,7 @@ ReportFile::ReportFile(const std::string &path, bool append, bool force) : path_
 ReportFile::~ReportFile() { close(fd_); }
 
 void ReportFile::write(const Json &object) {
-  const std::string line = object.dump() + "\n";
+  const std::string line = inertJson(object.dump()) + "\n";
   const std::lock_guard lock(mutex_);
   for (size_t done = 0; done < line.size();) {
     const ssize_t n = ::write(fd_, line.data() + done, line.size() - done);

@@ -12,10 +12,10 @@ namespace qav::tool {
 
 namespace {
 
-// As RFC 4180 wants a text that may hold commas, quotes and line ends.
+// As RFC 4180 wants a text that may hold commas and quotes; control characters are escaped besides.
 std::string quoted(const std::string &text) {
   std::string result = "\"";
-  for (const char c : toUtf8(text)) {
+  for (const char c : inertText(text)) {
     if (c == '"') result += '"';
     result += c;
   }

@@ -37,16 +37,26 @@ bool isControl(std::string_view s, size_t length) {
   return length == 2 && first == 0xC2 && static_cast<unsigned char>(s[1]) < 0xA0;  // U+0080 .. U+009F
 }
 
+bool isPrintable(std::string_view text) {
+  while (!text.empty()) {
+    const size_t n = utf8Length(text);
+    if (n == 0 || isControl(text, n)) return false;
+    text.remove_prefix(n);
+  }
+  return true;
+}
+
+// Three octal digits end by themselves; a hexadecimal escape would swallow digits that follow.
+std::string inOctal(std::string_view bytes) {
+  std::string text;
+  for (const char c : bytes) text += fmt::format("\\{:03o}", static_cast<unsigned>(static_cast<unsigned char>(c)));
+  return text;
+}
+
 }  // namespace
 
 std::string displayName(std::string_view name) {
-  bool plain = !name.empty();
-  for (std::string_view rest = name; plain && !rest.empty();) {
-    const size_t n = utf8Length(rest);
-    plain = n > 0 && !isControl(rest, n);
-    rest.remove_prefix(n);
-  }
-  if (plain) return std::string(name);
+  if (!name.empty() && isPrintable(name)) return std::string(name);
 
   std::string quoted = "$'";
   for (std::string_view rest = name; !rest.empty();) {
@@ -60,13 +70,37 @@ std::string displayName(std::string_view name) {
     } else if (c == '\t') {
       quoted += "\\t";
     } else {
-      // Three octal digits end by themselves; a hexadecimal escape would swallow digits that follow.
-      for (size_t i = 0; i < (n > 0 ? n : 1); ++i)
-        quoted += fmt::format("\\{:03o}", static_cast<unsigned>(static_cast<unsigned char>(rest[i])));
+      quoted += inOctal(rest.substr(0, n > 0 ? n : 1));
     }
     rest.remove_prefix(n > 0 ? n : 1);
   }
   return quoted + "'";
+}
+
+std::string inertText(std::string_view text) {
+  std::string inert;
+  for (; !text.empty();) {
+    const size_t n = utf8Length(text), length = n > 0 ? n : 1;
+    const std::string_view character = text.substr(0, length);
+    inert += n > 0 && !isControl(text, n) ? std::string(character) : inOctal(character);
+    text.remove_prefix(length);
+  }
+  return inert;
+}
+
+std::string inertJson(std::string_view json) {
+  std::string inert;
+  for (size_t i = 0; i < json.size(); ++i) {
+    const auto byte = static_cast<unsigned char>(json[i]);
+    const auto second = i + 1 < json.size() ? static_cast<unsigned char>(json[i + 1]) : 0u;
+    const bool isTwoBytes = byte == 0xC2 && second >= 0x80 && second < 0xA0;
+    if (byte == 0x7F || isTwoBytes)
+      inert += fmt::format("\\u{:04x}", isTwoBytes ? second : 0x7Fu);
+    else
+      inert += json[i];
+    i += isTwoBytes;
+  }
+  return inert;
 }
 
 std::string toUtf8(std::string_view bytes) {
@@ -88,7 +122,7 @@ std::string messageLine(std::string_view file, const Complaint &complaint) {
   if (!complaint.place.empty()) line += complaint.place + ": ";
   line += complaint.what;
   if (!complaint.remedy.empty()) line += "; " + complaint.remedy;
-  return line;
+  return inertText(line);  // a second time for names: what comes from a library, or a file, may not be forgotten
 }
 
 std::string timeText(double seconds) {

@@ -12,6 +12,12 @@ namespace qav::tool {
 // A file name as one readable line: as it is when it is printable UTF-8, else quoted the way the shell reads it back.
 std::string displayName(std::string_view name);
 
+// The text with control characters, and what is no UTF-8, as \ooo: nothing in it steers a terminal.
+std::string inertText(std::string_view text);
+
+// The same JSON with the control characters that JSON allows, U+007F to U+009F, as \u00xx. They stand only in strings.
+std::string inertJson(std::string_view json);
+
 // The bytes as valid UTF-8, anything else replaced by U+FFFD: for JSON.
 std::string toUtf8(std::string_view bytes);
 

@@ -30,9 +30,20 @@ TEST(Message, Utf8IsMadeValid) {
   EXPECT_EQ(toUtf8("\n"), "\n");
 }
 
+TEST(Message, TextIsMadeInertForATerminal) {
+  EXPECT_EQ(inertText("plain ü\\ it's"), "plain ü\\ it's");
+  EXPECT_EQ(inertText("\x1B]0;title\a"), "\\033]0;title\\007");
+  EXPECT_EQ(inertText("\xC2\x9B"
+                      "2J\x7F\xFF"),
+            "\\302\\2332J\\177\\377");
+  EXPECT_EQ(inertJson("{\"ü\":\"\x7F\xC2\x9B\xC2\xA0\"}"), "{\"ü\":\"\\u007f\\u009b\xC2\xA0\"}");
+  EXPECT_EQ(inertJson("\xC2"), "\xC2");
+}
+
 TEST(Message, AllPartsStandInOneLine) {
   EXPECT_EQ(messageLine("a.mp2", {"frame 1", "is bad", "throw it away"}), "qav: a.mp2: frame 1: is bad; throw it away");
   EXPECT_EQ(messageLine("", {"", "is bad", ""}), "qav: is bad");
+  EXPECT_EQ(messageLine("a\n", {"", "is \x1B[31mbad", ""}), "qav: $'a\\n': is \\033[31mbad");
 }
 
 TEST(Message, TimesAndPlaces) {
