@@ -11,6 +11,11 @@ def told(*command):
     return subprocess.run(command, check=True, text=True, stdout=subprocess.PIPE).stdout
 
 
+# What starts a program, or loads code by a name.
+STARTERS = {"system", "popen", "execl", "execle", "execlp", "execv", "execve", "execvp", "execvpe", "fexecve", "fork", "vfork",
+            "posix_spawn", "posix_spawnp", "dlopen", "wordexp"}
+
+
 def check(file, guards):
     failures = []
     segments, dynamic, names = told("readelf", "-lW", file), told("readelf", "-dW", file), told("nm", "-D", file)
@@ -25,6 +30,10 @@ def check(file, guards):
     if "TEXTREL" in dynamic:
         failures.append("code that is written to")
     failures += [f"{guard} is not asked" for guard in guards if guard not in names]
+    wanted = {line.split()[-1].split("@")[0] for line in names.splitlines() if " U " in line}
+    if not wanted:
+        failures.append("asks for no function at all, which cannot be")
+    failures += [f"asks for {name}" for name in sorted(STARTERS & wanted)]
     return [f"{file}: {failure}" for failure in failures]
 
 
