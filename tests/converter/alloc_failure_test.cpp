@@ -209,17 +209,116 @@ TEST(AllocFailure, NoBytesAreNeverAskedFor) {
   EXPECT_EQ(QAV_detectConfigure(h.get()), QAV_OK) << "an area for blocks of no bytes";
 }
 
-TEST(AllocFailure, InitFunctionsStoreNullFirst) {
-  heap = Heap{};
-  heap.failing = 1;
-  ByteFifo *fifo = reinterpret_cast<ByteFifo *>(1);
-  EXPECT_EQ(NEB_bufferingInit(&fifo, 100), 1);
-  EXPECT_EQ(fifo, nullptr);
-  heap = Heap{};
-  heap.failing = 1;
-  FreqChangeState *rate = reinterpret_cast<FreqChangeState *>(1);
-  EXPECT_EQ(NEB_freqChangeInit(&rate, 44100, 48000, 2, 0), 1);
-  EXPECT_EQ(rate, nullptr);
+// What `init` stores, which must be null where it fails, whatever stood there.
+template <typename T, typename Init>
+bool makes(void *&out, Init init) {
+  T *made = reinterpret_cast<T *>(1);
+  const bool works = init(&made);
+  out = made;
+  return works;
+}
+
+// A family of functions besides the converter's, with the least that can be done with it.
+struct Family {
+  const char *name;
+  std::function<bool(void *&)> init;  // whether it says that all went well
+  std::function<void(void *)> use, term;
+};
+
+const Family kFamilies[] = {
+    {"queue",
+     [](void *&f) { return makes<ByteFifo>(f, [](ByteFifo **out) { return NEB_bufferingInit(out, 100) == 0; }); },
+     [](void *f) {
+       const Bytes block(100, 7);
+       const uint8_t *unit = nullptr;
+       EXPECT_EQ(NEB_bufferingLock(static_cast<ByteFifo *>(f), block.data(), 100), 0);
+       EXPECT_EQ(NEB_bufferingGet(static_cast<ByteFifo *>(f), 30, &unit), 30);
+       EXPECT_EQ(NEB_bufferingUnlock(static_cast<ByteFifo *>(f)), 0);
+       EXPECT_EQ(NEB_bufferingGetSize(static_cast<ByteFifo *>(f)), 70);
+     },
+     [](void *f) { NEB_bufferingTerm(static_cast<ByteFifo *>(f)); }},
+    {"rates",
+     [](void *&s) {
+       return makes<FreqChangeState>(
+           s, [](FreqChangeState **out) { return NEB_freqChangeInit(out, 44100, 48000, 2, 0) == 0; });
+     },
+     [](void *s) {
+       const std::vector<int16_t> in(200, 1);
+       std::vector<int16_t> out(400);
+       uint32_t n = 0;
+       EXPECT_EQ(NEB_freqChange(static_cast<FreqChangeState *>(s), in.data(), 100, out.data(), &n), 0);
+       EXPECT_GT(n, 100u);
+     },
+     [](void *s) { NEB_freqChangeTerm(static_cast<FreqChangeState *>(s)); }},
+    {"decoder",
+     [](void *&s) {
+       return makes<DecoderSession>(
+           s, [](DecoderSession **out) { return zo_mpeg_Decode1FrameInit(out) == QAV_DECODE_OK; });
+     },
+     [](void *s) {
+       static const Bytes in = testData("l2_stereo_44k_192_crc.mp2");
+       std::vector<int16_t> out(QAV_MAX_FRAME_PCM_BYTES / 2);
+       uint32_t n = 0, consumed = 0;
+       EXPECT_EQ(zo_mpeg_Decode1Frame(static_cast<DecoderSession *>(s), in.data(), uint32_t(in.size()), out.data(), &n,
+                                      &consumed),
+                 QAV_DECODE_OK);
+       EXPECT_EQ(n, 4608u);
+     },
+     [](void *s) { zo_mpeg_Decode1FrameTerm(static_cast<DecoderSession *>(s)); }},
+    {"encoder",
+     [](void *&s) {
+       return makes<EncoderSession>(s, [](EncoderSession **out) {
+         return zo_mpeg_Encode1FrameInit(out, 44100, 192, 2, nullptr) == QAV_ENCODE_OK;
+       });
+     },
+     [](void *s) {
+       const std::vector<int16_t> in(2304, 1);
+       Bytes out(QAV_MAX_FRAME_BYTES + QAV_ENCODE_SLACK_BYTES);
+       uint32_t n = 0;
+       EXPECT_EQ(zo_mpeg_Encode1Frame(static_cast<EncoderSession *>(s), in.data(), 1152, out.data(), &n), 0);
+       EXPECT_GT(n, 600u);
+     },
+     [](void *s) { zo_mpeg_Encode1FrameTerm(static_cast<EncoderSession *>(s)); }},
+    {"model",
+     [](void *&s) {
+       FrameParams params = {};
+       params.freqHz = 44100;
+       s = neb_psycho_analInit(&params);
+       return s != nullptr;
+     },
+     [](void *s) {
+       const std::vector<int16_t> in(1152, 1);
+       float smr[32] = {};
+       neb_psycho_anal(in.data(), 0, smr, static_cast<PsychoState *>(s));
+       EXPECT_NE(smr[0], 0.0f);
+     },
+     [](void *s) { __wrap_free(s); }},
+};
+
+TEST(AllocFailure, EveryAllocationOfEveryOtherFamily) {
+  for (const Family &family : kFamilies) {
+    int failing = 1;
+    for (;; ++failing) {
+      SCOPED_TRACE(std::string(family.name) + ", allocation " + std::to_string(failing));
+      heap = Heap{};
+      heap.failing = failing;
+      void *state = &heap;
+      const bool works = family.init(state);
+      EXPECT_EQ(works, heap.calls < failing);
+      if (works) {
+        const int before = heap.calls;
+        family.use(state);
+        EXPECT_EQ(heap.calls, before) << "only what makes the object allocates";
+        family.term(state);
+      } else {
+        EXPECT_EQ(state, nullptr);
+        family.term(nullptr);
+      }
+      EXPECT_EQ(heap.live, 0) << "a leak";
+      if (works) break;
+    }
+    EXPECT_GE(failing, 2) << family.name << " allocates";
+  }
 }
 
 }  // namespace
