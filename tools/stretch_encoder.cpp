@@ -13,8 +13,8 @@ namespace qav::tool {
 namespace {
 
 constexpr size_t kPaddingPeriod = 49;
-constexpr size_t kWarmUpFrames = 2;
-// So many frames, those to warm up included, that warming up costs little more than one part in a hundred.
+constexpr size_t kWarmUpFrames = 3;
+// So many frames, those to warm up included, that warming up costs little more than two parts in a hundred.
 constexpr size_t kLeastFrames = 3 * kPaddingPeriod;
 constexpr size_t kMostFrames = kLeastFrames + kPaddingPeriod;
 

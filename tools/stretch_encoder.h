@@ -2,11 +2,12 @@
 //
 // The stream is cut into stretches of some hundred frames, which several encoders take in turn. What an encoder carries
 // from frame to frame is the last samples under the filterbank and under the model's windows, the model's last two
-// spectra, and the accumulator that decides which frames are one byte longer. All but the last is replaced within two
-// frames, so each stretch begins with two frames of the one before, whose result is thrown away. The accumulator cannot
-// be set, but padding repeats: at 44100 Hz a frame's mean length is a whole number of 49ths of a byte, at the other rates
-// of bytes, so that an encoder is in step with the stream wherever it has encoded as many frames as the stream has before
-// that place, but for multiples of 49. Each stretch ends where the next one's encoder is in step.
+// spectra, and the accumulator that decides which frames are one byte longer. The samples are replaced within one
+// frame, the spectra within two, the rounding of their phases, which hangs on the spectra before, within three; so each
+// stretch begins with three frames of the one before, whose result is thrown away. The accumulator cannot be set, but
+// padding repeats: at 44100 Hz a frame's mean length is a whole number of 49ths of a byte, at the other rates of bytes,
+// so that an encoder is in step with the stream wherever it has encoded as many frames as the stream has before that
+// place, but for multiples of 49. Each stretch ends where the next one's encoder is in step.
 //
 // (The encoder counts in double precision. Its error, at most 2^-43 of a byte a frame, would have to grow to a 49th
 // before any frame is padded differently; that takes more than a hundred years of audio.)

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
+#include <cstring>
 #include <functional>
 #include <memory>
 #include <random>
@@ -51,6 +52,27 @@ void compare(int samplingIndex, const Signal (&signals)[2], int frames, double t
         EXPECT_NEAR(smr[sb], truth[sb], toleranceDb) << "frame " << f << " channel " << ch << " subband " << sb;
       }
     }
+}
+
+// What encoding a stream in pieces rests on: after three frames nothing is left of what was before them, not even in the
+// last bit. The first of them still has a window over the samples before. In the second a line's prediction, which is one
+// divisor under its phase, and so decides how that is rounded, comes of that window.
+TEST(PsychoModel, ThreeFramesDecideWhatIsKept) {
+  std::mt19937 random(149);
+  for (int trial = 0; trial < 60; ++trial) {
+    const int period = 3 + int(random() % 200), noise = 1 << random() % 14;
+    std::vector<int16_t> samples(4 * kFrameSamples);
+    for (size_t i = 0; i < samples.size(); ++i)
+      samples[i] = int16_t((int(i) / period % 2 == 0 ? 9000 : -9000) + int(random() % unsigned(noise)));
+    const State one = stateFor(trial % 3), other = stateFor(trial % 3);
+    float smr[32], unlike[32];
+    neb_psycho_anal(samples.data() + 3 * kFrameSamples, 0, unlike, one.get());
+    for (int frame = 0; frame < 3; ++frame) {
+      neb_psycho_anal(samples.data() + frame * kFrameSamples, 0, smr, one.get());
+      neb_psycho_anal(samples.data() + frame * kFrameSamples, 0, unlike, other.get());
+    }
+    ASSERT_EQ(std::memcmp(&one->channel[0], &other->channel[0], sizeof(PsychoChannel)), 0) << "trial " << trial;
+  }
 }
 
 TEST(PsychoModel, Noise) {
