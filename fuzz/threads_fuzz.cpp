@@ -132,7 +132,7 @@ void encoding(Input &in) {
                             kLayer2Rates[in.below(uint32_t(kLayer2Rates.size()))], channels};
   StreamRequest request;
   request.checkWord = in.byte() & 1;
-  const size_t frames = in.byte() * size_t(2);
+  const size_t frames = 90 + in.byte();  // up to three stretches
   const Samples period = madeSamples(in, 5 * QAV_SAMPLES_PER_FRAME + 77);
   FUZZ_CHECK(encode(format, request, period, frames, threads) == encode(format, request, period, frames, 1));
 }
