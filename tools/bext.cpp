@@ -20,13 +20,13 @@ uint16_t bextLevel(double value) {
   return isKnown ? static_cast<uint16_t>(static_cast<int16_t>(hundredths)) : uint16_t{0x7FFF};
 }
 
-void patchBextLoudness(OutputFile &out, uint64_t offset, const BextLoudness &loudness) {
+void patchBextLoudness(OutputFile &out, uint64_t offset, const Loudness &loudness) {
   const uint8_t version[2] = {2, 0};
   out.patch(offset + kVersion, version, 2);
   uint8_t levels[10];
   uint8_t *to = levels;
-  for (const double value : {loudness.integratedLufs, loudness.rangeLu, loudness.truePeakDbtp, loudness.momentaryLufs,
-                             loudness.shortTermLufs}) {
+  for (const double value : {loudness.integratedLufs, loudness.rangeLu, loudness.truePeakDbtp,
+                             loudness.greatestMomentaryLufs, loudness.greatestShortTermLufs}) {
     putLe(to, bextLevel(value), 2);
     to += 2;
   }

@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "tools/loudness.h"
 #include "tools/output_file.h"
 
 namespace qav::tool {
@@ -11,16 +12,8 @@ namespace qav::tool {
 // The chunk's content up to its coding history, which may be empty.
 inline constexpr size_t kBextBytes = 602;
 
-struct BextLoudness {
-  double integratedLufs;
-  double rangeLu;
-  double truePeakDbtp;
-  double momentaryLufs;  // the greatest
-  double shortTermLufs;  // the greatest
-};
-
 // Write the version and the loudness into a bext chunk whose content begins at `offset` of the output.
-void patchBextLoudness(OutputFile &out, uint64_t offset, const BextLoudness &loudness);
+void patchBextLoudness(OutputFile &out, uint64_t offset, const Loudness &loudness);
 
 // A value as the chunk stores it: hundredths, or 0x7FFF for what is not known or beyond +-99.99.
 uint16_t bextLevel(double value);

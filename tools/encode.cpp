@@ -111,11 +111,6 @@ MpegWaveWriter::Options wrapping(const EncodeOptions &options, const PcmFormat &
   return wave;
 }
 
-BextLoudness bextLoudness(const LoudnessMeter &meter) {
-  return {meter.integratedLufs(), meter.rangeLu(), meter.truePeakDbtp(), meter.greatestMomentaryLufs(),
-          meter.greatestShortTermLufs()};
-}
-
 int encodeOne(Job &job, const EncodeOptions &options, const std::string &outputName, const std::string &pageName) {
   KeptChunks chunks;
   PcmInput input(job, options, options.wrap ? &chunks : nullptr);
@@ -129,9 +124,7 @@ int encodeOne(Job &job, const EncodeOptions &options, const std::string &outputN
   if (!pageName.empty()) explainer.emplace(format, pageName, options.force);
   const Encoded result = encodeStream(input, format, options.stream, job.threads(), out,
                                       verifier ? &*verifier : nullptr, explainer ? &*explainer : nullptr);
-  std::optional<BextLoudness> loudness;
-  if (options.bextLoudness) loudness = bextLoudness(*input.meter());
-  const std::string remark = out.finish(result.samples, loudness ? &*loudness : nullptr);
+  const std::string remark = out.finish(result.samples, options.bextLoudness ? input.loudness() : nullptr);
   if (!remark.empty()) job.complainAbout(outputName, {{}, remark, {}});
   if (explainer) explainer->finish(outputName);
   const int status = input.finish();
@@ -234,7 +227,7 @@ int runEncode(int argc, char **argv) {
   checkPcmOptions(options);
   if (options.bextLoudness && !options.wrap)
     failUsage("--bext-loudness is about a WAVE file", "add --wrap, or leave it out");
-  if (options.bextLoudness) options.loudness = options.loudnessMaxima = true;
+  if (options.bextLoudness) options.loudness = true;
   const std::vector<std::string> outputs = planOutputs(options, [&](const std::string &input, bool isBeside) {
     if (!options.wrap) return ".mp2";
     return isBeside && extensionOf(input) == ".wav" ? ".mp2.wav" : ".wav";

@@ -10,7 +10,7 @@ void EncodedOutput::write(const uint8_t *frame, uint32_t bytes) {
     file_.write(frame, bytes);
 }
 
-std::string EncodedOutput::finish(uint64_t samples, const BextLoudness *loudness) {
+std::string EncodedOutput::finish(uint64_t samples, const Loudness *loudness) {
   const std::string remark = wave_ ? wave_->finish(samples, loudness) : std::string();
   file_.commit();
   return remark;

@@ -22,7 +22,7 @@ class EncodedOutput {
 
   // The stream is complete, and encodes this many samples per channel. Returns what is to be said about it; empty:
   // nothing.
-  std::string finish(uint64_t samples, const BextLoudness *loudness);
+  std::string finish(uint64_t samples, const Loudness *loudness);
 
  private:
   OutputFile file_;

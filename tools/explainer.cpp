@@ -9,7 +9,7 @@ Explainer::Explainer(const StreamFormat &format, const std::string &page, bool o
     : page_(page, overwrite),
       format_(format),
       model_(format.freqHz),
-      meter_(format.freqHz, format.channels, std::nullopt),
+      meter_(format.freqHz, format.channels),
       report_({}, ModelSource::encoder),
       frame_(std::make_unique<InspectedFrame>()) {}
 
@@ -29,8 +29,7 @@ void Explainer::add(const int16_t *samples, const uint8_t *frame, uint32_t frame
 
 void Explainer::finish(const std::string &file) {
   stream_.observe(EndEvent{place_, place_.frame});
-  const InspectedStream stream{
-      stream_, place_, StreamLoudness{meter_.integratedLufs(), meter_.rangeLu(), meter_.truePeakDbtp()}, place_.offset};
+  const InspectedStream stream{stream_, place_, meter_.finish(), place_.offset};
   const std::string text = reportPage(report_.json(file, kGood, stream, ArrayWriter(ArrayWriter::Form::packed)));
   page_.write(text.data(), text.size());
   page_.commit();

@@ -93,10 +93,6 @@ FrameReader::FrameReader(const std::string &name, Options options)
       current_(std::make_unique<InspectedFrame>()),
       following_(std::make_unique<InspectedFrame>()) {}
 
-void FrameReader::Meter::close() {
-  result_ = StreamLoudness{meter_->integratedLufs(), meter_->rangeLu(), meter_->truePeakDbtp()};
-}
-
 const InspectedFrame *FrameReader::next() {
   if (!hasFollowing_ && !readOn()) return nullptr;
   std::swap(current_, following_);

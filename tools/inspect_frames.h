@@ -41,15 +41,11 @@ struct InspectedFrame {
   uint32_t partBits(FramePart part) const { return bits[static_cast<size_t>(part)]; }
 };
 
-struct StreamLoudness {
-  double integratedLufs, rangeLu, truePeakDbtp;
-};
-
 // What is known of a stream when all its frames were seen.
 struct InspectedStream {
   const StreamReport &report;
   Place end;
-  std::optional<StreamLoudness> loudness;
+  std::optional<Loudness> loudness;
   std::optional<uint64_t> bytes;
 };
 
@@ -102,13 +98,13 @@ class FrameReader {
   // Hears all stretches as one.
   class Meter final : public PcmTarget {
    public:
-    explicit Meter(std::optional<StreamLoudness> &result) : result_(result) {}
-    void open(uint32_t freqHz, uint32_t channels) override { meter_.emplace(freqHz, channels, std::nullopt); }
+    explicit Meter(std::optional<Loudness> &result) : result_(result) {}
+    void open(uint32_t freqHz, uint32_t channels) override { meter_.emplace(freqHz, channels); }
     void write(const int16_t *samples, size_t frames) override { meter_->add(samples, frames); }
-    void close() override;
+    void close() override { result_ = meter_->finish(); }
 
    private:
-    std::optional<StreamLoudness> &result_;
+    std::optional<Loudness> &result_;
     std::optional<LoudnessMeter> meter_;
   };
   bool readOn();
@@ -118,7 +114,7 @@ class FrameReader {
   MpegInput input_;
   Options options_;
   StreamReport report_;
-  std::optional<StreamLoudness> loudness_;
+  std::optional<Loudness> loudness_;
   Meter meter_;
   StretchJoiner joiner_;
   FrameDecoder decoder_;

@@ -47,7 +47,7 @@ void MpegWaveWriter::writeHead() {
   if (hasBext) bextOffset_ = chunksOffset + options_.chunks->bext()->offset;
 }
 
-std::string MpegWaveWriter::finish(uint64_t samples, const BextLoudness *loudness) {
+std::string MpegWaveWriter::finish(uint64_t samples, const Loudness *loudness) {
   const std::string remark = riff_->finish(samples);
   if (!out_.canPatch()) return remark;
   const auto format = format_.content();

@@ -32,7 +32,7 @@ class MpegWaveWriter {
 
   // Write what stands behind the data, and fill in what has become known. `samples` goes into the fact chunk. At least
   // one frame must have been written. Returns what is to be said about it; empty: nothing.
-  std::string finish(uint64_t samples, const BextLoudness *loudness = nullptr);
+  std::string finish(uint64_t samples, const Loudness *loudness = nullptr);
 
  private:
   void writeHead();

@@ -80,21 +80,18 @@ PcmInput::PcmInput(Job &job, const PcmOptions &options, KeptChunks *keep)
 
 void PcmInput::begin(uint32_t freqHz, unsigned channels) {
   settings_ = {freqHz, channels, options_.resampler, options_.dither, options_.gainDb, options_.lowpass};
-  std::optional<uint64_t> frames = format().frames;
-  if (frames) frames = convertedFrames(*frames, format().freqHz, freqHz);
-  if (options_.normalize) measure(frames);
-  if (options_.loudness) meter_.emplace(freqHz, channels, frames);
-  if (options_.loudnessMaxima) meter_->followMaxima();
+  if (options_.normalize) measure();
+  if (options_.loudness) meter_.emplace(freqHz, channels);
   pipeline_.emplace(*reader_, settings_, meter_ ? &*meter_ : nullptr);
 }
 
-void PcmInput::measure(std::optional<uint64_t> frames) {
-  LoudnessMeter meter(settings_.freqHz, settings_.channels, frames);
+void PcmInput::measure() {
+  LoudnessMeter meter(settings_.freqHz, settings_.channels);
   PcmPipeline pipeline(*reader_, settings_, &meter);
   std::vector<int16_t> block(1152 * settings_.channels);
   while (pipeline.read(block.data(), 1152) > 0) {
   }
-  const double lufs = meter.integratedLufs();
+  const double lufs = meter.finish().integratedLufs;
   if (std::isfinite(lufs)) settings_.gainDb = options_.normalizeLufs - lufs;
   if (keep_) keep_->clear();
   reader_ = openPcm(job_.input(), options_.raw, keep_);
@@ -119,7 +116,12 @@ int PcmInput::finish() const {
   return status;
 }
 
-std::string PcmInput::describe() const {
+const Loudness *PcmInput::loudness() {
+  if (meter_ && !loudness_) loudness_ = meter_->finish();
+  return loudness_ ? &*loudness_ : nullptr;
+}
+
+std::string PcmInput::describe() {
   const PcmFormat &in = format();
   std::string text = fmt::format("{}, {}-bit{}, {} Hz, {}", in.container, in.bits, in.floating ? " floating" : "",
                                  in.freqHz, counted(in.channels, "channel"));
@@ -129,13 +131,13 @@ std::string PcmInput::describe() const {
   if (settings_.gainDb != 0.0) text += fmt::format("; gain {:.2f} dB", settings_.gainDb);
   if (settings_.lowpassLevel > 0) text += fmt::format("; low-pass {}", settings_.lowpassLevel);
   if (pipeline_->hasDithered()) text += "; dithered";
-  if (meter_)
-    text += fmt::format("; loudness {}, range {:.1f} LU, true peak {}", decibelsText(meter_->integratedLufs(), "LUFS"),
-                        meter_->rangeLu(), decibelsText(meter_->truePeakDbtp(), "dBTP"));
+  if (const Loudness *const measured = loudness())
+    text += fmt::format("; loudness {}, range {:.1f} LU, true peak {}", decibelsText(measured->integratedLufs, "LUFS"),
+                        measured->rangeLu, decibelsText(measured->truePeakDbtp, "dBTP"));
   return text;
 }
 
-void PcmInput::describe(Json &json) const {
+void PcmInput::describe(Json &json) {
   const PcmFormat &in = format();
   json["input"] = {{"container", in.container}, {"bits", in.bits},         {"floating", in.floating},
                    {"freqHz", in.freqHz},       {"channels", in.channels}, {"sampleFrames", pipeline_->inputFrames()}};
@@ -143,10 +145,10 @@ void PcmInput::describe(Json &json) const {
   json["gainDb"] = settings_.gainDb;
   json["dithered"] = pipeline_->hasDithered();
   json["clippedSamples"] = pipeline_->clippedSamples();
-  if (meter_)
-    json["loudness"] = {{"integratedLufs", decibelsJson(meter_->integratedLufs())},
-                        {"rangeLu", decibelsJson(meter_->rangeLu())},
-                        {"truePeakDbtp", decibelsJson(meter_->truePeakDbtp())}};
+  if (const Loudness *const measured = loudness())
+    json["loudness"] = {{"integratedLufs", decibelsJson(measured->integratedLufs)},
+                        {"rangeLu", decibelsJson(measured->rangeLu)},
+                        {"truePeakDbtp", decibelsJson(measured->truePeakDbtp)}};
   json["remarks"] = Json::array();
   for (const Remark &remark : reader_->remarks())
     json["remarks"].push_back({{"what", remark.complaint.what}, {"damage", remark.damage}});

@@ -20,7 +20,6 @@ struct PcmOptions : CommonOptions {
   double normalizeLufs = 0.0;
   bool normalize = false;
   bool loudness = false;
-  bool loudnessMaxima = false;
   unsigned lowpass = 0;
 };
 
@@ -49,22 +48,25 @@ class PcmInput {
   int finish() const;
 
   const PcmPipeline &pipeline() const { return *pipeline_; }
-  const LoudnessMeter *meter() const { return meter_ ? &*meter_ : nullptr; }  // with --loudness
+
+  // Of all that was read, once that is done. Null without --loudness.
+  const Loudness *loudness();
 
   // "WAV, 24-bit, 96000 Hz, 2 channels; resampled by soxr; dithered"
-  std::string describe() const;
+  std::string describe();
 
   // Fields of the JSON object.
-  void describe(Json &json) const;
+  void describe(Json &json);
 
  private:
-  void measure(std::optional<uint64_t> frames);
+  void measure();
 
   Job &job_;
   const PcmOptions &options_;
   KeptChunks *keep_;
   std::unique_ptr<PcmReader> reader_;
   std::optional<LoudnessMeter> meter_;
+  std::optional<Loudness> loudness_;  // when it was asked for
   std::optional<PcmPipeline> pipeline_;
   PcmSettings settings_;
 };

@@ -122,7 +122,7 @@ TEST(MpegWaveWriter, LoudnessInABextChunkOfItsOwn) {
   OutputFile out(folder / "a.wav", false);
   MpegWaveWriter wave(out, {.expectedBytes = 1000, .bextLoudness = true});
   wave.write(reinterpret_cast<const uint8_t *>(plainFrame().data()), headerOf(plainFrame()));
-  const BextLoudness loudness{-23.004, 7.5, -1.239, -HUGE_VAL, -18.0};
+  const Loudness loudness{-23.004, 7.5, -1.239, -HUGE_VAL, -18.0};
   wave.finish(1152, &loudness);
   out.commit();
   const Bytes bext = Bytes(346, '\0') + le(2, 2) + Bytes(64, '\0') + le(65536 - 2300, 2) + le(750, 2) +

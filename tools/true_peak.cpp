@@ -1,0 +1,169 @@
+#include "tools/true_peak.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <numbers>
+
+namespace qav::tool {
+
+namespace {
+
+template <typename Floats>
+QAV_ALWAYS_INLINE Floats load(const float *from) {
+  Floats v;
+  std::memcpy(&v, from, sizeof v);
+  return v;
+}
+
+template <typename Floats>
+QAV_ALWAYS_INLINE Floats magnitudes(Floats v) {
+  typedef typename VectorOf<int32_t, sizeof(Floats) / sizeof(float)>::Type Ints;
+  return Floats(Ints(v) & 0x7FFFFFFF);
+}
+
+template <typename Floats>
+QAV_ALWAYS_INLINE Floats greater(Floats a, Floats b) {
+  return a > b ? a : b;
+}
+
+template <typename Floats>
+QAV_ALWAYS_INLINE float greatest(Floats v) {
+  constexpr size_t kWidth = sizeof(Floats) / sizeof(float);
+  if constexpr (kWidth == 16) {
+    v = greater(v, __builtin_shufflevector(v, v, 8, 9, 10, 11, 12, 13, 14, 15, 0, 1, 2, 3, 4, 5, 6, 7));
+    v = greater(v, __builtin_shufflevector(v, v, 4, 5, 6, 7, 0, 1, 2, 3, 12, 13, 14, 15, 8, 9, 10, 11));
+  } else if constexpr (kWidth == 8) {
+    v = greater(v, __builtin_shufflevector(v, v, 4, 5, 6, 7, 0, 1, 2, 3));
+  }
+  const float a = v[0] > v[1] ? v[0] : v[1], b = v[2] > v[3] ? v[2] : v[3];
+  return a > b ? a : b;
+}
+
+// The filter's shape is known where it is compiled.
+template <size_t kWidth, size_t kPairs, bool kQuarters>
+QAV_ALWAYS_INLINE float greatestOf(const PeakFilter &filter, const float *samples, size_t count, float peak) {
+  typedef typename VectorOf<float, kWidth>::Type Floats;
+  for (const float *at = samples; at < samples + count; at += kWidth) {
+    // Of all samples that these places depend on.
+    Floats around = magnitudes(load<Floats>(at + kPairs));
+    for (const float *from = at - (kPairs - 1); from < at + kPairs; from += kWidth)
+      around = greater(around, magnitudes(load<Floats>(from)));
+    if (greatest(around) * filter.greatestGain <= peak) continue;
+    Floats half{}, sums{}, differences{};
+    for (size_t pair = 0; pair < kPairs; ++pair) {
+      const Floats left = load<Floats>(at - pair), right = load<Floats>(at + 1 + pair);
+      const Floats sum = left + right;
+      half += filter.half[pair] * sum;
+      if (kQuarters) {
+        sums += filter.quarterSum[pair] * sum;
+        differences += filter.quarterDifference[pair] * (left - right);
+      }
+    }
+    // A quarter before and behind the middle are the sum and the difference of the two.
+    Floats places = greater(magnitudes(load<Floats>(at)), magnitudes(half));
+    if (kQuarters) places = greater(places, magnitudes(sums) + magnitudes(differences));
+    const float found = greatest(places);
+    if (found > peak) peak = found;
+  }
+  return peak;
+}
+
+template <size_t kWidth>
+QAV_ALWAYS_INLINE float greatestOfAny(const PeakFilter &filter, const float *samples, size_t count, float peak) {
+  return filter.hasQuarters ? greatestOf<kWidth, 6, true>(filter, samples, count, peak)
+                            : greatestOf<kWidth, 12, false>(filter, samples, count, peak);
+}
+
+float greatestBaseline(const PeakFilter &filter, const float *samples, size_t count, float peak) {
+  return greatestOfAny<4>(filter, samples, count, peak);
+}
+
+#ifdef QAV_VECTOR_LEVELS
+QAV_FOR_AVX2 float greatestAvx2(const PeakFilter &filter, const float *samples, size_t count, float peak) {
+  return greatestOfAny<8>(filter, samples, count, peak);
+}
+QAV_FOR_AVX512 float greatestAvx512(const PeakFilter &filter, const float *samples, size_t count, float peak) {
+  return greatestOfAny<16>(filter, samples, count, peak);
+}
+#endif
+
+TruePeak::GreatestOf greatestFor(VectorLevel level) {
+#ifdef QAV_VECTOR_LEVELS
+  if (level == VectorLevel::avx512) return greatestAvx512;
+  if (level == VectorLevel::avx2) return greatestAvx2;
+#endif
+  (void)level;
+  return greatestBaseline;
+}
+
+}  // namespace
+
+PeakFilter peakFilterFor(uint32_t freqHz) {
+  constexpr double pi = std::numbers::pi;
+  const double factor = freqHz < 96000 ? 4.0 : 2.0;
+  // At a distance in samples of the interpolated rate.
+  const auto weight = [&](double distance) {
+    const double x = pi * distance / factor;
+    return std::sin(x) / x * 0.5 * (1.0 + std::cos(pi * distance / 24.0));
+  };
+  PeakFilter filter{};
+  filter.hasQuarters = factor == 4.0;
+  filter.pairs = filter.hasQuarters ? 6 : 12;
+  double halfGain = 0.0, quarterGain = 0.0;
+  for (size_t pair = 0; pair < filter.pairs; ++pair) {
+    const double distance = factor * (static_cast<double>(pair) + 0.5);
+    const double half = weight(distance);
+    filter.half[pair] = static_cast<float>(half);
+    halfGain += 2.0 * std::fabs(half);
+    if (!filter.hasQuarters) continue;
+    const double near = weight(distance - 1.0), far = weight(distance + 1.0);
+    filter.quarterSum[pair] = static_cast<float>((near + far) / 2.0);
+    filter.quarterDifference[pair] = static_cast<float>((near - far) / 2.0);
+    quarterGain += std::fabs(near) + std::fabs(far);
+  }
+  // And no less than 1, for the samples themselves; with room for rounding.
+  filter.greatestGain = static_cast<float>(std::max({1.0, halfGain, quarterGain}) * 1.00001);
+  return filter;
+}
+
+TruePeak::TruePeak(uint32_t freqHz, unsigned channels, VectorLevel level)
+    : filter_(peakFilterFor(freqHz)),
+      interpolates_(freqHz < 192000),
+      channels_(channels),
+      greatestOf_(greatestFor(level)),
+      lines_(channels, std::vector<float>(kBefore + kBlock + kBehind)) {}
+
+void TruePeak::add(const float *samples, size_t frames) {
+  if (!interpolates_) {
+    for (size_t i = 0; i < frames * channels_; ++i) peak_ = std::max(peak_, std::fabs(samples[i]));
+    return;
+  }
+  while (frames > 0) {
+    const size_t n = std::min(frames, lines_[0].size() - filled_);
+    float *const left = lines_.front().data() + filled_, *const right = lines_.back().data() + filled_;
+    if (channels_ == 2)
+      for (size_t i = 0; i < n; ++i) left[i] = samples[2 * i], right[i] = samples[2 * i + 1];
+    else
+      std::copy_n(samples, n, left);
+    samples += n * channels_;
+    frames -= n;
+    filled_ += n;
+    if (filled_ == lines_[0].size()) look();
+  }
+}
+
+void TruePeak::look() {
+  for (std::vector<float> &line : lines_) {
+    peak_ = greatestOf_(filter_, line.data() + kBefore, kBlock, peak_);
+    std::copy(line.end() - kBefore - kBehind, line.end(), line.begin());
+  }
+  filled_ = kBefore + kBehind;
+}
+
+void TruePeak::finish() {
+  const std::vector<float> silence((kBlock + kBehind) * channels_);
+  add(silence.data(), kBlock + kBehind);
+}
+
+}  // namespace qav::tool

@@ -1,0 +1,54 @@
+// The greatest magnitude of a signal between its samples too, by interpolation (ITU-R BS.1770, annex 2).
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+#include "tools/vector_level.h"
+
+namespace qav::tool {
+
+// The weights of sample pairs around a place between two samples, the nearest pair first: half way, and a quarter of the
+// way, there by what both of a pair have in common and by what they differ in.
+struct PeakFilter {
+  static constexpr size_t kMostPairs = 12;
+  size_t pairs;
+  bool hasQuarters;
+  float half[kMostPairs], quarterSum[kMostPairs], quarterDifference[kMostPairs];
+  float greatestGain;  // no place is greater than the greatest sample around it times this
+};
+
+// Four times the rate below 96 kHz, twice below 192 kHz; by a windowed sine over x of 49 weights.
+PeakFilter peakFilterFor(uint32_t freqHz);
+
+class TruePeak {
+ public:
+  TruePeak(uint32_t freqHz, unsigned channels, VectorLevel level = widestVectors());
+
+  void add(const float *samples, size_t frames);  // interleaved
+  void finish();                                  // silence follows
+
+  double peak() const { return static_cast<double>(peak_); }  // of the louder channel; 1 is full scale
+
+  // The greatest magnitude at and behind `count` samples, a multiple of 16, if it is greater than `peak`; otherwise `peak`.
+  // Samples before and behind them are read.
+  using GreatestOf = float (*)(const PeakFilter &filter, const float *samples, size_t count, float peak);
+
+ private:
+  static constexpr size_t kBefore = PeakFilter::kMostPairs;  // samples that a place depends on
+  static constexpr size_t kBehind = PeakFilter::kMostPairs;
+  static constexpr size_t kBlock = 1024;
+
+  void look();
+
+  PeakFilter filter_;
+  bool interpolates_;
+  unsigned channels_;
+  GreatestOf greatestOf_;
+  std::vector<std::vector<float>> lines_;  // by channel: samples before, the block, samples behind
+  size_t filled_ = kBefore;
+  float peak_ = 0.0f;
+};
+
+}  // namespace qav::tool
