@@ -14,7 +14,7 @@ uint32_t initDecoder(DecoderSession **out, CpuLevel level) {
 
   auto *const s = static_cast<DecoderSession *>(block);
   auto *const behind = reinterpret_cast<uint8_t *>(s + 1);
-  const size_t gap = -reinterpret_cast<uintptr_t>(behind) % kAlignment;
+  const size_t gap = (kAlignment - reinterpret_cast<uintptr_t>(behind) % kAlignment) % kAlignment;
   s->synthesis = reinterpret_cast<SynthesisHistory *>(behind + gap);
   s->kernels = &decoderKernelsFor(level);
   *out = s;

@@ -117,7 +117,8 @@ void II_transmission_pattern(ScaleIndices scaleIndex[2], uint32_t scfsi[2][32], 
   for (int32_t ch = 0; ch < codedChannels(frame); ++ch)
     for (int32_t sb = 0; sb < frame.sblimit; ++sb) {
       uint32_t &s0 = scaleIndex[ch][0][sb], &s1 = scaleIndex[ch][1][sb], &s2 = scaleIndex[ch][2][sb];
-      const Pattern &pattern = ptnTbl[differenceClass(int32_t(s0 - s1))][differenceClass(int32_t(s1 - s2))];
+      const Pattern &pattern =
+          ptnTbl[differenceClass(int32_t(s0) - int32_t(s1))][differenceClass(int32_t(s1) - int32_t(s2))];
       const uint32_t sources[4] = {s0, s1, s2, std::min(s0, s2)};
       scfsi[ch][sb] = pattern.scfsi;
       s0 = sources[pattern.source[0]];
