@@ -36,7 +36,7 @@ target_compile_options(qav_library_flags INTERFACE -ffp-contract=off -fno-math-e
 if(CMAKE_SYSTEM_PROCESSOR MATCHES "^(i.86|x86)$")
   # The x87 unit rounds to another precision. With its eight registers GCC does not see that vectors are written.
   target_compile_options(qav_library_flags INTERFACE -msse2 -mfpmath=sse
-                         $<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>)
+                         $<$<CXX_COMPILER_ID:GNU>:-Wno-uninitialized -Wno-maybe-uninitialized>)
 endif()
 
 # A folder of the library: its sources join the objects that library and tests link.
