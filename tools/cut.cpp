@@ -1,6 +1,5 @@
 // qav cut: a part of a stream, frame by frame, without encoding it anew. Every frame of Layer I and II stands alone.
 #include <fmt/format.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <limits>
@@ -112,9 +111,7 @@ int runCut(int argc, char **argv) {
     failUsage("cut: no time is given", "use --from, --to or both");
   if (options.from >= options.to) failUsage("cut: the part ends before it begins", "give --to a time behind --from");
   const std::vector<std::string> outputs = planOutputs(options, extensionFor);
-  if (outputs[0] == "-" && options.json)
-    failUsage("--json and the stream would both go to standard output", "use -o FILE");
-  if (outputs[0] == "-" && isatty(STDOUT_FILENO)) failUsage("a stream is not written to a terminal", "use -o FILE");
+  refuseUnfitStandardOutput(options, outputs[0], OutputKind::stream);
   return runJobs(options, [&](Job &job) { return cutOne(job, options, outputs[job.index()]); });
 }
 

@@ -1,6 +1,5 @@
 // qav decode: MPEG audio in, PCM out.
 #include <fmt/format.h>
-#include <unistd.h>
 
 #include <memory>
 
@@ -167,12 +166,9 @@ int runDecode(int argc, char **argv) {
   if (!line.parse(argc, argv, status)) return status;
   options.skipGaps = gaps == "skip";
   const std::vector<std::string> outputs = planOutputs(options, options.raw ? ".s16" : ".wav");
-  const bool toStandardOutput = outputs[0] == "-";
-  if (toStandardOutput && options.json)
-    failUsage("--json and the samples would both go to standard output", "use -o FILE");
-  if (toStandardOutput && options.split)
+  refuseUnfitStandardOutput(options, outputs[0], OutputKind::samples);
+  if (outputs[0] == "-" && options.split)
     failUsage("--split cannot write several files to standard output", "use -o DIR");
-  if (toStandardOutput && isatty(STDOUT_FILENO)) failUsage("samples are not written to a terminal", "use -o FILE");
   return runJobs(options, [&](Job &job) { return decodeOne(job, options, outputs[job.index()]); });
 }
 

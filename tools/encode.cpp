@@ -1,7 +1,6 @@
 // qav encode: PCM in, a Layer II stream out.
 #include <fmt/format.h>
 #include <fmt/ranges.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cmath>
@@ -239,9 +238,7 @@ int runEncode(int argc, char **argv) {
     pages = planOutputs(pageOptions, ".html");
     if (pages[0] == "-") failUsage("--explain - would mix with what else goes to standard output", "name a file");
   }
-  if (outputs[0] == "-" && options.json)
-    failUsage("--json and the stream would both go to standard output", "use -o FILE");
-  if (outputs[0] == "-" && isatty(STDOUT_FILENO)) failUsage("a stream is not written to a terminal", "use -o FILE");
+  refuseUnfitStandardOutput(options, outputs[0], OutputKind::stream);
   return runJobs(options, [&](Job &job) { return encodeOne(job, options, outputs[job.index()], pages[job.index()]); });
 }
 

@@ -1,7 +1,6 @@
 // qav join: several streams of one format as one, without encoding them anew.
 #include <fmt/format.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <optional>
 
@@ -157,9 +156,7 @@ int runJoin(int argc, char **argv) {
   int status = kGood;
   if (!line.parse(argc, argv, status)) return status;
   if (options.output.empty()) failUsage("join: no output is given", "name it with -o");
-  if (options.output == "-" && options.json)
-    failUsage("--json and the stream would both go to standard output", "use -o FILE");
-  if (options.output == "-" && isatty(STDOUT_FILENO)) failUsage("a stream is not written to a terminal", "use -o FILE");
+  refuseUnfitStandardOutput(options, options.output, OutputKind::stream);
   if (!options.resume.empty()) failUsage("join: an output cannot be resumed", "leave out --resume");
   options.jobs = 1;  // they stand in their order
   refuseInputAsOutput(options.inputs, options.output);

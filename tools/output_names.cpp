@@ -1,6 +1,8 @@
 #include "tools/output_names.h"
 
+#include <fmt/format.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <map>
@@ -114,6 +116,17 @@ std::vector<std::string> planOutputs(const CommonOptions &options, const Extensi
     outputs.push_back(std::move(path));
   }
   return outputs;
+}
+
+void refuseUnfitStandardOutput(const CommonOptions &options, const std::string &output, OutputKind kind) {
+  if (output != "-") return;
+  const bool isStream = kind == OutputKind::stream;
+  if (options.json)
+    failUsage(fmt::format("--json and the {} would both go to standard output", isStream ? "stream" : "samples"),
+              "use -o FILE");
+  if (isatty(STDOUT_FILENO))
+    failUsage(isStream ? "a stream is not written to a terminal" : "samples are not written to a terminal",
+              "use -o FILE");
 }
 
 void refuseInputAsOutput(const std::vector<std::string> &inputs, const std::string &output) {

@@ -26,6 +26,10 @@ std::vector<std::string> planOutputs(const CommonOptions &options, const std::st
 using ExtensionFor = std::function<std::string(const std::string &input, bool isBeside)>;
 std::vector<std::string> planOutputs(const CommonOptions &options, const ExtensionFor &extensionFor);
 
+// Throws Failure (usage) when the output is standard output, and that is a terminal or will hold the result of --json.
+enum class OutputKind { samples, stream };
+void refuseUnfitStandardOutput(const CommonOptions &options, const std::string &output, OutputKind kind);
+
 // Throws Failure (usage) when the one output of several inputs is one of them.
 void refuseInputAsOutput(const std::vector<std::string> &inputs, const std::string &output);
 

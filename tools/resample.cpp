@@ -1,6 +1,5 @@
 // qav resample: PCM in, 16-bit WAV of another sampling rate out.
 #include <fmt/format.h>
-#include <unistd.h>
 
 #include <array>
 
@@ -82,9 +81,7 @@ int runResample(int argc, char **argv) {
   if (!line.parse(argc, argv, status)) return status;
   checkPcmOptions(options);
   const std::vector<std::string> outputs = planOutputs(options, fmt::format(".{}.wav", options.freqHz));
-  if (outputs[0] == "-" && options.json)
-    failUsage("--json and the samples would both go to standard output", "use -o FILE");
-  if (outputs[0] == "-" && isatty(STDOUT_FILENO)) failUsage("samples are not written to a terminal", "use -o FILE");
+  refuseUnfitStandardOutput(options, outputs[0], OutputKind::samples);
   return runJobs(options, [&](Job &job) { return resampleOne(job, options, outputs[job.index()]); });
 }
 

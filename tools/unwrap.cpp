@@ -1,6 +1,5 @@
 // qav unwrap: a stream out of a WAVE file, frame by frame, without encoding it anew.
 #include <fmt/format.h>
-#include <unistd.h>
 
 #include "tools/batch.h"
 #include "tools/command_line.h"
@@ -48,9 +47,7 @@ int runUnwrap(int argc, char **argv) {
   int status = kGood;
   if (!line.parse(argc, argv, status)) return status;
   const std::vector<std::string> outputs = planOutputs(options, ".mp2");
-  if (outputs[0] == "-" && options.json)
-    failUsage("--json and the stream would both go to standard output", "use -o FILE");
-  if (outputs[0] == "-" && isatty(STDOUT_FILENO)) failUsage("a stream is not written to a terminal", "use -o FILE");
+  refuseUnfitStandardOutput(options, outputs[0], OutputKind::stream);
   return runJobs(options, [&](Job &job) { return unwrapOne(job, options, outputs[job.index()]); });
 }
 
