@@ -58,20 +58,21 @@ NEB_INLINE void matrixLanes(const SubbandSamples &samples, int32_t place, float 
   }
 }
 
-// The places from `place` to `end`, as many at a time as are left, N at most.
-template <int N, int Layer>
-NEB_INLINE void matrixRange(const SubbandSamples &samples, int32_t place, int32_t end, float (*rows)[kRow]) {
-  for (; place + N <= end; place += N) matrixLanes<N, Layer>(samples, place, rows);
-  if constexpr (N > 4) matrixRange<N / 2, Layer>(samples, place, end, rows);
+// `Count` places from `place` on, as many at a time as are left, N at most.
+template <int N, int Layer, int Count>
+NEB_INLINE void matrixRange(const SubbandSamples &samples, int32_t place, float (*rows)[kRow]) {
+  constexpr int kWhole = Count / N * N;
+  if constexpr (kWhole > 0)
+    for (const int32_t end = place + kWhole; place < end; place += N) matrixLanes<N, Layer>(samples, place, rows);
+  if constexpr (kWhole < Count) matrixRange<N / 2, Layer, Count - kWhole>(samples, place, rows);
 }
 
 template <int N, int Layer, int Channels>
 NEB_INLINE void matrixBody(const SubbandSamples &samples, float (*rows)[kRow]) {
   if constexpr (Layer == 2 && Channels == 2 && N >= 8) {
-    matrixRange<N, Layer>(samples, 0, 2 * kChannelStride, rows);
+    matrixRange<N, Layer, 2 * kChannelStride>(samples, 0, rows);
   } else {
-    for (int32_t ch = 0; ch < Channels; ++ch)
-      matrixRange<N, Layer>(samples, kChannelStride * ch, kChannelStride * ch + kBlocks<Layer>, rows);
+    for (int32_t ch = 0; ch < Channels; ++ch) matrixRange<N, Layer, kBlocks<Layer>>(samples, kChannelStride * ch, rows);
   }
 }
 
