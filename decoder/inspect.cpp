@@ -11,8 +11,6 @@ namespace {
 
 constexpr uint32_t kHeaderBits = 8 * kHeaderBytes;
 
-bool isShared(const FrameParams &header, int32_t sb) { return header.channels == 2 && sb >= header.jsbound; }
-
 void copySideInfo(const SideInfo &side, NEB_InspectFrame &frame) {
   for (int32_t ch = 0; ch < frame.header.channels; ++ch)
     for (int32_t sb = 0; sb < kSubbands; ++sb) {
@@ -34,7 +32,7 @@ void placeSideInfo(NEB_InspectFrame &frame) {
   for (int32_t sb = 0; sb < subbands; ++sb)
     for (int32_t ch = 0; ch < header.channels; ++ch) {
       frame.allocationBits[ch][sb] = uint8_t(header.layer == 1 ? 4 : header.allocTable[sb][0].bits);
-      if (ch == 1 && isShared(header, sb)) {
+      if (ch == 1 && sb >= header.jsbound) {
         frame.allocationAt[1][sb] = frame.allocationAt[0][sb];
         continue;
       }

@@ -188,6 +188,15 @@ TEST(Inspect, ReadsNothingBehindTheFrame) {
   }
 }
 
+TEST(Inspect, TellsNothingOfWhatIsNoHeader) {
+  for (const Bytes &bytes : {Bytes{0xFF, 0xFB, 0x90, 0x64, 0}, Bytes{0xFF, 0xFD, 0xAC, 0, 0}, Bytes(2000, 0)}) {
+    const auto it = inspect(bytes);
+    EXPECT_EQ(it->result, uint32_t(NEB_INSPECT_NO_HEADER));
+    const NEB_InspectFrame nothing = {};
+    EXPECT_EQ(std::memcmp(&it->frame, &nothing, sizeof nothing), 0);
+  }
+}
+
 TEST(Inspect, EveryTruncationIsIncomplete) {
   for (const char *name : kStreams) {
     SCOPED_TRACE(name);
