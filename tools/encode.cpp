@@ -60,7 +60,7 @@ Encoded encodeStream(PcmInput &input, const StreamFormat &format, const StreamRe
   encodeStretches(format, request, threads, next, [&](const int16_t *samples, const uint8_t *frame, uint32_t bytes) {
     out.write(frame, bytes);
     if (verifier) verifier->add(samples, frame, bytes);
-    if (explainer) explainer->add(samples, frame, bytes);
+    if (explainer) explainer->add(samples, frame, bytes, out.size() - bytes);
     ++result.frames;
     result.bytes += bytes;
   });

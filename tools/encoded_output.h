@@ -20,6 +20,8 @@ class EncodedOutput {
 
   void write(const uint8_t *frame, uint32_t bytes);
 
+  uint64_t size() const { return file_.size(); }  // so far
+
   // The stream is complete, and encodes this many samples per channel. Returns what is to be said about it; empty:
   // nothing.
   std::string finish(uint64_t samples, const Loudness *loudness);

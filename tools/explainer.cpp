@@ -13,7 +13,8 @@ Explainer::Explainer(const StreamFormat &format, const std::string &page, bool o
       report_({}, ModelSource::encoder),
       frame_(std::make_unique<InspectedFrame>()) {}
 
-void Explainer::add(const int16_t *samples, const uint8_t *frame, uint32_t frameBytes) {
+void Explainer::add(const int16_t *samples, const uint8_t *frame, uint32_t frameBytes, uint64_t offset) {
+  place_.offset = offset;
   FrameEvent event{place_, {}, frame, Check::none};
   if (!parser_.parse(frame, event.header) || event.header.frameBytes != frameBytes ||
       !readFrame(decoder_, event, *frame_))
@@ -23,7 +24,7 @@ void Explainer::add(const int16_t *samples, const uint8_t *frame, uint32_t frame
   stream_.observe(event);
   report_.add(*frame_, stream_);
   ++place_.frame;
-  place_.offset += frameBytes;
+  place_.offset = offset + frameBytes;
   place_.seconds = static_cast<double>(place_.frame * QAV_SAMPLES_PER_FRAME) / format_.freqHz;
 }
 

@@ -15,8 +15,8 @@ class Explainer {
   // `page` is where the report goes.
   Explainer(const StreamFormat &format, const std::string &page, bool overwrite);
 
-  // The 1152 sample frames that were encoded, and the frame.
-  void add(const int16_t *samples, const uint8_t *frame, uint32_t frameBytes);
+  // The 1152 sample frames that were encoded, and the frame, which stands at `offset` of the output.
+  void add(const int16_t *samples, const uint8_t *frame, uint32_t frameBytes, uint64_t offset);
 
   // After the last frame: writes the report about the stream, which is called `file`.
   void finish(const std::string &file);

@@ -12,21 +12,6 @@ namespace qav::tool {
 
 namespace {
 
-std::string bitrateText(const StreamReport &report) {
-  if (report.leastKbps() == report.greatestKbps()) return fmt::format("{} kbit/s", report.leastKbps());
-  return fmt::format("{} to {} kbit/s, mean {:.1f}", report.leastKbps(), report.greatestKbps(), report.meanKbps());
-}
-
-std::string checkText(const StreamReport &report) {
-  std::string text = "none";
-  if (report.checkedFrames() == report.frames())
-    text = "in every frame";
-  else if (report.checkedFrames() > 0)
-    text = fmt::format("in {} of {}", report.checkedFrames(), counted(report.frames(), "frame"));
-  if (report.wrongChecks() > 0) text += fmt::format(", {} wrong", report.wrongChecks());
-  return text;
-}
-
 std::string tagsText(const StreamReport &report) {
   std::string text;
   for (const TagEvent &tag : report.tags())
@@ -43,12 +28,12 @@ std::string describe(const std::string &file, const StreamReport &report) {
     if (stretches.size() > 1) text += fmt::format(", from frame {} on", stretch.firstFrame);
   }
   text += fmt::format("\n  mode         {}", report.modesText());
-  text += fmt::format("\n  bitrate      {}", bitrateText(report));
+  text += fmt::format("\n  bitrate      {}", report.bitrateText());
   text += fmt::format("\n  frames       {}", report.frames());
   if (report.lostFrames() > 0) text += fmt::format(", and {} lost", report.lostFrames());
   text += fmt::format("\n  duration     {}", timeText(report.seconds()));
   if (stretches.size() == 1) text += fmt::format(" ({} samples a channel)", stretches[0].samples);
-  text += fmt::format("\n  check words  {}", checkText(report));
+  text += fmt::format("\n  check words  {}", report.checkWordsText());
   text += fmt::format("\n  tags         {}", tagsText(report));
   if (report.container()) text += "\n  container    RIFF/WAVE";
   text += fmt::format("\n  verdict      {}", verdictName(report.verdict()));

@@ -8,6 +8,7 @@
 
 #include "tools/batch.h"
 #include "tools/command_line.h"
+#include "tools/frame_reader.h"
 #include "tools/inspect_against.h"
 #include "tools/inspect_csv.h"
 #include "tools/inspect_page.h"
@@ -28,15 +29,16 @@ struct InspectOptions : CommonOptions {
   bool csv = false;
 };
 
-constexpr FrameReader::Options kEverything = {.measureLoudness = true, .estimateMasking = true};
-
 int statusOf(const FrameReader &reader) { return reader.report().verdict() == Verdict::good ? kGood : kDamaged; }
 
 // Another stream that keeps step with the one that is inspected.
 class Comparison {
  public:
-  Comparison(const std::string &file, const InspectRange &range)
-      : file_(file), reader_(file, {.measureLoudness = true}), against_(range), next_(reader_.next()) {}
+  Comparison(const std::string &file, const InspectRange &range, unsigned threads)
+      : file_(file),
+        reader_(file, {.measureLoudness = true, .threads = threads}),
+        against_(range),
+        next_(reader_.next()) {}
 
   // Of the first stream, in ascending order.
   void add(const InspectedFrame &frame) {
@@ -67,10 +69,10 @@ class Comparison {
   const InspectedFrame *next_;
 };
 
-std::optional<Comparison> comparisonFor(const InspectOptions &options) {
+std::optional<Comparison> comparisonFor(const InspectOptions &options, unsigned threads) {
   if (options.against.empty()) return std::nullopt;
   try {
-    return std::make_optional<Comparison>(options.against, options.range);
+    return std::make_optional<Comparison>(options.against, options.range, threads);
   } catch (const Failure &failure) {
     throw Failure(failure.status,
                   {"--against " + displayName(options.against), failure.complaint.what, failure.complaint.remedy});
@@ -78,8 +80,9 @@ std::optional<Comparison> comparisonFor(const InspectOptions &options) {
 }
 
 int inspectOne(Job &job, const InspectOptions &options, const std::string &outputName) {
-  FrameReader reader(job.input(), kEverything);
-  std::optional<Comparison> comparison = comparisonFor(options);
+  FrameReader reader(job.input(), {.measureLoudness = true, .estimateMasking = true, .threads = job.threads()});
+  // The first stream may take two threads, the other one what is left.
+  std::optional<Comparison> comparison = comparisonFor(options, job.threads() > 2 ? 2 : 1);
   // Before the work, so that a report that cannot be written costs none.
   std::optional<OutputFile> page;
   if (!outputName.empty()) page.emplace(outputName, options.force);

@@ -17,6 +17,31 @@ double meanOrNone(double sum, uint64_t count) { return count > 0 ? sum / static_
 
 double levelDb(double amplitude) { return amplitude > 0.0 ? 20.0 * std::log10(amplitude / 32768.0) : -1000.0; }
 
+constexpr int16_t kLeastSample = std::numeric_limits<int16_t>::min();
+constexpr int16_t kGreatestSample = std::numeric_limits<int16_t>::max();
+
+struct Extent {
+  int16_t least = kGreatestSample, greatest = kLeastSample;
+  uint64_t energy = 0;
+  uint32_t clipped = 0;
+};
+
+// Of every kStep-th sample.
+template <size_t kStep>
+Extent extentOf(const int16_t *samples, size_t count) {
+  Extent extent;
+  for (size_t i = 0; i < count; ++i) {
+    const int16_t x = samples[i * kStep];
+    extent.least = std::min(extent.least, x);
+    extent.greatest = std::max(extent.greatest, x);
+    extent.energy += static_cast<uint32_t>(int32_t{x} * x);
+  }
+  if (extent.least > kLeastSample && extent.greatest < kGreatestSample) return extent;
+  for (size_t i = 0; i < count; ++i)
+    extent.clipped += samples[i * kStep] == kLeastSample || samples[i * kStep] == kGreatestSample;
+  return extent;
+}
+
 // 2^(1 - index / 3)
 double scaleFactorDb(uint8_t index) { return 20.0 * std::log10(2.0) * (1.0 - index / 3.0); }
 
@@ -88,23 +113,19 @@ void InspectColumns::addWave(Column &column, const InspectedFrame &frame, size_t
     Channel &channel = column.channel[c];
     uint64_t energy = 0;
     for (size_t piece = 0; piece < kWavePoints; ++piece) {
-      int16_t least = std::numeric_limits<int16_t>::max(), greatest = std::numeric_limits<int16_t>::min();
       const size_t from = samples * piece / kWavePoints, to = samples * (piece + 1) / kWavePoints;
-      for (size_t i = from; i < to; ++i) {
-        const int16_t x = frame.pcm[i * channels + c];
-        least = std::min(least, x);
-        greatest = std::max(greatest, x);
-        energy += static_cast<uint64_t>(int64_t{x} * x);
-        column.clipped += x == std::numeric_limits<int16_t>::max() || x == std::numeric_limits<int16_t>::min();
-      }
+      const int16_t *const own = frame.pcm.data() + from * channels + c;
+      const Extent extent = channels == 2 ? extentOf<2>(own, to - from) : extentOf<1>(own, to - from);
+      energy += extent.energy;
+      column.clipped += extent.clipped;
       const size_t point = (slot * kWavePoints + piece) / slots;
-      channel.least[point] = std::min(channel.least[point], least);
-      channel.greatest[point] = std::max(channel.greatest[point], greatest);
-      channel.peak = std::max({channel.peak, -int32_t{least}, int32_t{greatest}});
+      channel.least[point] = std::min(channel.least[point], extent.least);
+      channel.greatest[point] = std::max(channel.greatest[point], extent.greatest);
+      channel.peak = std::max({channel.peak, -int32_t{extent.least}, int32_t{extent.greatest}});
     }
     channel.energy += static_cast<double>(energy);
+    channel.samples += samples;
   }
-  column.samples += samples;
 }
 
 void InspectColumns::addFields(Column &column, const InspectedFrame &frame) {
@@ -154,7 +175,6 @@ void InspectColumns::merge(Column &into, const Column &from) {
   into.frames += from.frames;
   into.clipped += from.clipped;
   into.padded += from.padded;
-  into.samples += from.samples;
   into.kbps += from.kbps;
   into.boundSum += from.boundSum;
   into.boundCount += from.boundCount;
@@ -170,6 +190,7 @@ void InspectColumns::merge(Column &into, const Column &from) {
   for (size_t c = 0; c < 2; ++c) {
     Channel &a = into.channel[c];
     const Channel &b = from.channel[c];
+    a.samples += b.samples;
     a.energy += b.energy;
     a.peak = std::max(a.peak, b.peak);
     for (size_t sb = 0; sb < 32; ++sb) {
@@ -254,14 +275,12 @@ Json InspectColumns::wave(uint64_t endFrame, const ArrayWriter &array) const {
   json["max"] = channelLane<int8_t>(
       endFrame, array, amplitude, kWavePoints,
       [&](const Column &, const Channel &channel, size_t p) { return point(channel, p, channel.greatest[p]); });
-  json["rms"] =
-      channelLane<uint8_t>(endFrame, array, level, 1, [](const Column &column, const Channel &channel, size_t) {
-        return column.samples > 0 ? levelDb(std::sqrt(channel.energy / static_cast<double>(column.samples))) : kNan;
-      });
-  json["peak"] =
-      channelLane<uint8_t>(endFrame, array, level, 1, [](const Column &column, const Channel &channel, size_t) {
-        return column.samples > 0 ? levelDb(channel.peak) : kNan;
-      });
+  json["rms"] = channelLane<uint8_t>(endFrame, array, level, 1, [](const Column &, const Channel &channel, size_t) {
+    return channel.samples > 0 ? levelDb(std::sqrt(channel.energy / static_cast<double>(channel.samples))) : kNan;
+  });
+  json["peak"] = channelLane<uint8_t>(endFrame, array, level, 1, [](const Column &, const Channel &channel, size_t) {
+    return channel.samples > 0 ? levelDb(channel.peak) : kNan;
+  });
   json["clipped"] = lane<uint16_t>(endFrame, array, {}, [](const Column &column) { return column.clipped; });
   return json;
 }

@@ -55,6 +55,7 @@ class InspectColumns {
  private:
   struct Channel {
     std::array<int16_t, kWavePoints> least, greatest;
+    uint64_t samples = 0;
     double energy = 0;
     int32_t peak = 0;
     std::array<float, 32> bits{}, smrSum{}, nmrMost;
@@ -64,7 +65,7 @@ class InspectColumns {
   };
   struct Column {
     uint32_t frames = 0, clipped = 0, padded = 0;
-    uint64_t samples = 0, kbps = 0, boundSum = 0, boundCount = 0, over = 0, modelled = 0;
+    uint64_t kbps = 0, boundSum = 0, boundCount = 0, over = 0, modelled = 0;
     std::array<uint64_t, kFrameParts> bits{};
     std::array<uint64_t, 4> selection{};
     uint8_t mode = 255, checkFlags = 0;

@@ -5,7 +5,6 @@
 #include <cstring>
 #include <limits>
 #include <new>
-#include <utility>
 
 #include "tools/layer2_encoder.h"
 
@@ -63,10 +62,13 @@ void MaskingModel::estimate(InspectedFrame &frame, const int16_t *next) {
 
 void MaskingModel::analyse(InspectedFrame &frame, const int16_t *original) {
   const unsigned channels = frame.header.channels;
-  std::array<int16_t, QAV_SAMPLES_PER_FRAME> own;
+  int16_t own[QAV_SAMPLES_PER_FRAME];
   for (unsigned c = 0; c < channels; ++c) {
-    for (size_t i = 0; i < own.size(); ++i) own[i] = original[i * channels + c];
-    neb_psycho_anal(own.data(), c, frame.smrDb[c], state_.get());
+    if (channels == 2)
+      for (size_t i = 0; i < QAV_SAMPLES_PER_FRAME; ++i) own[i] = original[2 * i + c];
+    else
+      std::copy_n(original, QAV_SAMPLES_PER_FRAME, own);
+    neb_psycho_anal(own, c, frame.smrDb[c], state_.get());
     for (float &smr : frame.smrDb[c])
       if (!(smr > kSilenceDb)) smr = kNothing;
   }
@@ -83,65 +85,6 @@ bool readFrame(FrameDecoder &decoder, const FrameEvent &event, InspectedFrame &f
   if (decoder.decode(event.data, event.header.frameBytes, frame.pcm.data())) return true;
   std::fill_n(frame.pcm.begin(), size_t{event.header.frameSamples} * event.header.channels, int16_t{0});
   return false;
-}
-
-FrameReader::FrameReader(const std::string &name, Options options)
-    : input_(name, {.verifyChecks = false}),
-      options_(options),
-      meter_(loudness_),
-      joiner_(meter_),
-      current_(std::make_unique<InspectedFrame>()),
-      following_(std::make_unique<InspectedFrame>()) {}
-
-const InspectedFrame *FrameReader::next() {
-  if (!hasFollowing_ && !readOn()) return nullptr;
-  std::swap(current_, following_);
-  hasFollowing_ = false;
-  // The next frame may bring another format, with a model of its own.
-  std::optional<MaskingModel> model = std::exchange(model_, std::nullopt);
-  const bool continues = readOn() && following_->place.frame == current_->place.frame + 1 &&
-                         sameFormatAndChannels(current_->header, following_->header);
-  if (model && hasMaskingModel(current_->header) && current_->isGood())
-    model->estimate(*current_, continues ? following_->pcm.data() : nullptr);
-  if (!model_) model_ = std::move(model);
-  return current_.get();
-}
-
-// Reads up to the next frame and takes it as the following one.
-bool FrameReader::readOn() {
-  while (!ended_) {
-    const Event &event = input_.next();
-    report_.observe(event);
-    if (const auto *frame = std::get_if<FrameEvent>(&event)) {
-      take(*frame);
-      hasFollowing_ = true;
-      return true;
-    }
-    if (const auto *damage = std::get_if<DamageEvent>(&event)) {
-      if (options_.measureLoudness && inFormat_ && damage->lostSamples > 0) joiner_.silence(damage->lostSamples);
-    } else if (std::holds_alternative<FormatChangeEvent>(event)) {
-      inFormat_ = false;
-    } else if (const auto *end = std::get_if<EndEvent>(&event)) {
-      ended_ = true;
-      end_ = end->place;
-      if (options_.measureLoudness) joiner_.finish();
-    }
-  }
-  return false;
-}
-
-void FrameReader::startFormat(const FrameHeader &header) {
-  inFormat_ = true;
-  decoder_.restart();
-  model_.reset();
-  if (options_.estimateMasking && hasMaskingModel(header)) model_.emplace(header.freqHz);
-  if (options_.measureLoudness) joiner_.begin(header.freqHz, header.channels);
-}
-
-void FrameReader::take(const FrameEvent &event) {
-  if (!inFormat_) startFormat(event.header);
-  if (!readFrame(decoder_, event, *following_)) report_.observeRefusal(event);
-  if (options_.measureLoudness) joiner_.write(following_->pcm.data(), event.header.frameSamples);
 }
 
 }  // namespace qav::tool

@@ -1,5 +1,4 @@
-// The frames of a stream one after the other, each with its fields, its decoded samples, and the estimate of what it had
-// to mask.
+// A frame of a stream with its fields, its decoded samples, and the estimate of what it had to mask.
 #pragma once
 
 #include <qav.h>
@@ -14,10 +13,7 @@
 
 #include "tools/frame_decoder.h"
 #include "tools/loudness.h"
-#include "tools/mpeg_input.h"
-#include "tools/pcm_target.h"
 #include "tools/stream_report.h"
-#include "tools/stretch_joiner.h"
 
 namespace qav::tool {
 
@@ -76,54 +72,5 @@ class MaskingModel {
 
 // Whether there is a model for a format.
 bool hasMaskingModel(const FrameHeader &header);
-
-class FrameReader {
- public:
-  struct Options {
-    bool measureLoudness = false;
-    bool estimateMasking = false;
-  };
-  FrameReader(const std::string &name, Options options);
-
-  // The next frame that the walker found, decodable or not; null at the end. Valid until the next call.
-  const InspectedFrame *next();
-
-  const MpegInput &input() const { return input_; }
-  const StreamReport &report() const { return report_; }
-
-  // After the end.
-  InspectedStream stream() const { return {report_, end_, loudness_, input_.size()}; }
-
- private:
-  // Hears all stretches as one.
-  class Meter final : public PcmTarget {
-   public:
-    explicit Meter(std::optional<Loudness> &result) : result_(result) {}
-    void open(uint32_t freqHz, uint32_t channels) override { meter_.emplace(freqHz, channels); }
-    void write(const int16_t *samples, size_t frames) override { meter_->add(samples, frames); }
-    void close() override { result_ = meter_->finish(); }
-
-   private:
-    std::optional<Loudness> &result_;
-    std::optional<LoudnessMeter> meter_;
-  };
-  bool readOn();
-  void take(const FrameEvent &event);
-  void startFormat(const FrameHeader &header);
-
-  MpegInput input_;
-  Options options_;
-  StreamReport report_;
-  std::optional<Loudness> loudness_;
-  Meter meter_;
-  StretchJoiner joiner_;
-  FrameDecoder decoder_;
-  std::optional<MaskingModel> model_;
-  std::unique_ptr<InspectedFrame> current_, following_;
-  bool hasFollowing_ = false;
-  bool inFormat_ = false;
-  bool ended_ = false;
-  Place end_;
-};
 
 }  // namespace qav::tool

@@ -63,26 +63,12 @@ void InspectHead::add(const InspectedFrame &frame) {
   if (!isZero) ++nonZeroTails_;
 
   const size_t samples = size_t{frame.header.frameSamples} * frame.header.channels;
-  const auto clipped = static_cast<uint64_t>(std::count_if(
-      frame.pcm.begin(), frame.pcm.begin() + static_cast<std::ptrdiff_t>(samples),
-      [](int16_t x) { return x == std::numeric_limits<int16_t>::max() || x == std::numeric_limits<int16_t>::min(); }));
+  uint32_t clipped = 0;
+  const int16_t *const pcm = frame.pcm.data();
+  for (size_t i = 0; i < samples; ++i)
+    clipped += pcm[i] == std::numeric_limits<int16_t>::max() || pcm[i] == std::numeric_limits<int16_t>::min();
   clippedSamples_ += clipped;
   if (clipped > 0) ++clippedFrames_;
-}
-
-std::string bitrateText(const StreamReport &report) {
-  if (report.leastKbps() == report.greatestKbps()) return fmt::format("{} kbit/s", report.leastKbps());
-  return fmt::format("{} to {} kbit/s, mean {:.1f}", report.leastKbps(), report.greatestKbps(), report.meanKbps());
-}
-
-std::string checkWordsText(const StreamReport &report) {
-  std::string text = "none";
-  if (report.checkedFrames() == report.frames())
-    text = "in every frame";
-  else if (report.checkedFrames() > 0)
-    text = fmt::format("in {} of {}", report.checkedFrames(), counted(report.frames(), "frame"));
-  if (report.wrongChecks() > 0) text += fmt::format(", {} wrong", report.wrongChecks());
-  return text;
 }
 
 std::string verdictText(const StreamReport &report, uint64_t lostFrames) {
@@ -106,8 +92,8 @@ Json InspectHead::json(const InspectedStream &stream) const {
   json["formatText"] = stretches.empty() ? "" : formatText(stretches[0].format);
   if (stretches.size() > 1) json["formatText"] = formatText(stretches[0].format) + " and others";
   json["modeText"] = report.modesText();
-  json["bitrateText"] = bitrateText(report);
-  json["checkText"] = checkWordsText(report);
+  json["bitrateText"] = report.bitrateText();
+  json["checkText"] = report.checkWordsText();
   json["durationText"] = timeText(report.seconds());
   json["bytes"] = stream.bytes ? Json(*stream.bytes) : Json();
   json["chunks"] = Json::array();

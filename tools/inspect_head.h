@@ -48,8 +48,6 @@ class InspectHead {
 };
 
 // What is said of a stream in words.
-std::string bitrateText(const StreamReport &report);
-std::string checkWordsText(const StreamReport &report);
 std::string verdictText(const StreamReport &report, uint64_t lostFrames);
 
 }  // namespace qav::tool

@@ -55,14 +55,7 @@ Json findingsJson(const std::string &file, const StreamReport &report) {
   // A pipe has been read to its end.
   const bool canRead = in.is_open() && in.seekg(0, std::ios::end) && in.tellg() > 0;
   for (const Finding &finding : report.kept()) {
-    all.push_back({{"kind", finding.kind},
-                   {"warning", finding.isWarning},
-                   {"frame", finding.place.frame},
-                   {"offset", finding.place.offset},
-                   {"seconds", finding.place.seconds},
-                   {"bytes", finding.bytes},
-                   {"lostFrames", finding.lostFrames},
-                   {"what", finding.what}});
+    all.push_back(findingJson(finding));
     all.back()["hex"] = canRead ? bytesAround(in, finding.place.offset) : Json();
   }
   return all;

@@ -142,7 +142,10 @@ void KWeighting::weigh(State &state, size_t step, double *energies) const {
     for (size_t s = 0; s < segments_; ++s) {
       const float *own = from + s * segmentSamples + at * channels_;
       if (channels_ == 2)
-        for (size_t i = 0; i < count; ++i) std::memcpy(&rows[i][2 * s], own + 2 * i, 2 * sizeof(float));
+        for (size_t i = 0; i < count; ++i) {
+          rows[i][2 * s] = own[2 * i];
+          rows[i][2 * s + 1] = own[2 * i + 1];
+        }
       else
         for (size_t i = 0; i < count; ++i) rows[i][s] = own[i];
     }

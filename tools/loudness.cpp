@@ -1,7 +1,6 @@
 #include "tools/loudness.h"
 
 #include <algorithm>
-#include <array>
 #include <cmath>
 
 namespace qav::tool {
@@ -19,12 +18,12 @@ void LoudnessMeter::add(const double *samples, size_t frames) { addScaled(sample
 template <typename Sample>
 void LoudnessMeter::addScaled(const Sample *samples, size_t frames, float scale) {
   constexpr size_t kBlock = 1024;
-  std::array<float, kBlock * 2> scaled;
+  float scaled[kBlock * 2];
   while (frames > 0) {
     const size_t n = std::min(frames, kBlock);
     for (size_t i = 0; i < n * channels_; ++i) scaled[i] = static_cast<float>(samples[i]) * scale;
-    weighting_.add(scaled.data(), n);
-    peak_.add(scaled.data(), n);
+    weighting_.add(scaled, n);
+    peak_.add(scaled, n);
     samples += n * channels_;
     frames -= n;
   }

@@ -14,6 +14,17 @@ std::string describeFinding(const Finding &finding) {
   return finding.bytes > 0 ? fmt::format("{} ({})", text, counted(finding.bytes, "byte")) : text;
 }
 
+Json findingJson(const Finding &finding) {
+  return {{"kind", finding.kind},
+          {"warning", finding.isWarning},
+          {"frame", finding.place.frame},
+          {"offset", finding.place.offset},
+          {"seconds", finding.place.seconds},
+          {"bytes", finding.bytes},
+          {"lostFrames", finding.lostFrames},
+          {"what", finding.what}};
+}
+
 const char *verdictName(Verdict verdict) {
   switch (verdict) {
     case Verdict::good: return "good";
@@ -114,6 +125,21 @@ double StreamReport::meanKbps() const {
   return frameTicks_ > 0 ? static_cast<double>(kbpsTicks_) / static_cast<double>(frameTicks_) : 0;
 }
 
+std::string StreamReport::bitrateText() const {
+  if (leastKbps_ == greatestKbps_) return fmt::format("{} kbit/s", leastKbps_);
+  return fmt::format("{} to {} kbit/s, mean {:.1f}", leastKbps_, greatestKbps_, meanKbps());
+}
+
+std::string StreamReport::checkWordsText() const {
+  std::string text = "none";
+  if (checkedFrames_ == frames_)
+    text = "in every frame";
+  else if (checkedFrames_ > 0)
+    text = fmt::format("in {} of {}", checkedFrames_, counted(frames_, "frame"));
+  if (wrongChecks_ > 0) text += fmt::format(", {} wrong", wrongChecks_);
+  return text;
+}
+
 std::string StreamReport::modesText() const {
   std::string text;
   for (uint32_t mode = 0; mode < 4; ++mode) {
@@ -157,15 +183,7 @@ Json StreamReport::json(int status) const {
   for (const TagEvent &tag : tags_)
     j["tags"].push_back({{"kind", tagName(tag.kind)}, {"offset", tag.place.offset}, {"bytes", tag.bytes}});
   j["findings"] = Json::array();
-  for (const Finding &finding : kept_)
-    j["findings"].push_back({{"kind", finding.kind},
-                             {"warning", finding.isWarning},
-                             {"frame", finding.place.frame},
-                             {"offset", finding.place.offset},
-                             {"seconds", finding.place.seconds},
-                             {"bytes", finding.bytes},
-                             {"lostFrames", finding.lostFrames},
-                             {"what", finding.what}});
+  for (const Finding &finding : kept_) j["findings"].push_back(findingJson(finding));
   j["findingsOmitted"] = omitted();
   return j;
 }

@@ -26,6 +26,7 @@ struct Finding {
 
 // "lost sync: the header is damaged (417 bytes)"
 std::string describeFinding(const Finding &finding);
+Json findingJson(const Finding &finding);
 
 enum class Verdict { good, damaged, truncated, joined };
 const char *verdictName(Verdict verdict);
@@ -62,6 +63,8 @@ class StreamReport {
   uint32_t leastKbps() const { return leastKbps_; }
   uint32_t greatestKbps() const { return greatestKbps_; }
   double meanKbps() const;
+  std::string bitrateText() const;     // "192 kbit/s"
+  std::string checkWordsText() const;  // "in 29 of 30 frames, 1 wrong"
   std::string modesText() const;
   const std::vector<TagEvent> &tags() const { return tags_; }
   const std::optional<RiffContainer> &container() const { return container_; }

@@ -83,6 +83,7 @@ class Numbers(ReportTest):
     def test_frames_of_a_low_sampling_frequency_have_no_model(self):
         self.each_frame(MONO, False)
         self.assertEqual(self.texts("#lane-map-nmr"), [])
+        self.assertTrue(any("knows MPEG-1 Layer II alone" in text for text in self.texts("#timeline .note")))
         self.assertEqual(self.fact("Mode"), "single channel")
 
     def test_the_head(self):

@@ -214,6 +214,20 @@ class Damage(InspectTest):
         self.assertAlmostEqual(report["columns"]["seconds"]["data"][31], first + 1152 / 22050, 5)
         self.assertIsNotNone(nested(report["details"]["smr"], (29, 0, 0)))
         self.assertIsNone(nested(report["details"]["smr"], (31, 0, 0)))
+        # The second part has no second channel.
+        for series in ("rms", "peak"):
+            self.assertIsNotNone(nested(report["wave"][series], (0, 31)))
+            self.assertIsNotNone(nested(report["wave"][series], (1, 29)))
+            self.assertIsNone(nested(report["wave"][series], (1, 31)))
+
+    def test_threads_change_nothing(self):
+        damaged = bytearray(STEREO * 4)
+        damaged[9000:9005] = b"\xff\xff\xff\xff\xff"
+        del damaged[30000:30100]
+        for stream in (STEREO, bytes(damaged), STEREO + LSF + JOINT + STEREO[:5000], STEREO[:3000] + b"TAG" * 700 + DUAL):
+            self.put("a.mp2", stream)
+            one, two = (self.qav("inspect", "--json", "-j", threads, "a.mp2").out for threads in ("1", "2"))
+            self.assertEqual(one, two)
 
     def test_a_pipe_has_no_bytes_to_go_back_to(self):
         result = self.qav("inspect", "--json", "-", input=STEREO + b"\0")
@@ -394,6 +408,14 @@ class Explain(InspectTest):
             self.assertEqual(report[part], inspected[part], part)
         for lane, values in inspected["lanes"].items():
             self.assertTrue(lane in ("smrMax", "nmrMax", "nmrOver") or report["lanes"][lane] == values, lane)
+
+    def test_offsets_in_a_wave_file_are_its_own(self):
+        report = self.explain(data("enc_stereo_44k_192_crc.s16"), "--wrap", "-o", "x.wav")
+        wave = self.get("x.wav")
+        self.assertGreater(report["details"]["count"], 2)
+        first, second = report["details"]["offset"][:2]
+        self.assertEqual(wave[first:second], base64.b64decode(report["details"]["data"])[: second - first])
+        self.assertEqual(wave.index(b"data") + 8, first)
 
     def test_what_is_left_out_is_noise_as_loud_as_the_signal(self):
         # Noise at a bitrate that cannot carry its upper subbands.

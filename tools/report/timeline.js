@@ -3,6 +3,8 @@
 (() => {
   const INSIDE = 1e-3; // of a column: keeps a place within the last one
 
+  const NO_MODEL = "No estimate of what the ear asks for: the psychoacoustic model knows MPEG-1 Layer II alone.";
+
   function introduction({ columns, model, secondsAt }) {
     const { framesPerColumn: frames, unit } = columns;
     const wide = unit === "second" ? "a second" : qav.number(secondsAt(1) - secondsAt(0)) + " seconds";
@@ -17,7 +19,7 @@
         qav.html("h2", { id: "timeline-title" }, "Time line"),
         qav.html("p", { class: "note" }, words),
       ),
-      model ? qav.html("p", { class: "note" }, model.text) : "",
+      qav.html("p", { class: "note" }, model ? model.text : NO_MODEL),
       qav.html("p", { class: "unseen", id: "keys-told" }, qav.keysInWords()),
     ];
   }
