@@ -7,7 +7,7 @@
 namespace qav {
 namespace {
 
-#if defined(__x86_64__)
+#if defined(__x86_64__) || defined(__i386__)
 TEST(Cpu, AgreesWithTheCompilersRuntime) {
   const bool avx2 = __builtin_cpu_supports("avx2") && __builtin_cpu_supports("fma");
   const bool avx512 = avx2 && __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512dq") &&
