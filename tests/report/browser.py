@@ -80,8 +80,20 @@ class ReportTest(unittest.TestCase):
         self.assertEqual(done.returncode, status, done.stdout.decode(errors="replace"))
         return page
 
+    def get(self, name):
+        with open(os.path.join(self.folder, name), "rb") as f:
+            return f.read()
+
+    def encode(self, *arguments):
+        done = subprocess.run([QAV, "encode", *arguments], stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
+                              cwd=self.folder, check=False)
+        self.assertEqual(done.returncode, 0, done.stdout.decode(errors="replace"))
+
     def open(self, stream, *arguments, **options):
-        self.driver.get("file://" + self.write(stream, *arguments, **options))
+        self.show(self.write(stream, *arguments, **options))
+
+    def show(self, page):
+        self.driver.get("file://" + os.path.join(self.folder, page))
         ready = self.run_script("return document.documentElement.dataset.ready")
         self.assertEqual(ready, "yes", "the page did not get ready")
         self.settle()

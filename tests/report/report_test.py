@@ -206,6 +206,33 @@ class Numbers(ReportTest):
         self.assertTrue(self.text("#ancillary").endswith(text.hex(" ")))
 
 
+class Explained(ReportTest):
+    """The page that is written while encoding: the model saw the original."""
+
+    def test_what_the_encoder_knew(self):
+        self.put("x.s16", data("enc_stereo_44k_192_crc.s16"))
+        self.encode("x.s16", "--raw", "s16le,44100,2", "-o", "x.mp2", "--explain", "report.html")
+        self.show("report.html")
+        told = " ".join(self.texts("#timeline .note"))
+        self.assertIn("the encoder's psychoacoustic model saw the original", told)
+        self.assertNotIn("stimate", told)
+        seen = self.ratios(3)
+        self.open(self.get("x.mp2"))
+        self.assertIn("Estimate", " ".join(self.texts("#timeline .note")))
+        guessed = self.ratios(3)
+        # Of what was loud enough to be coded well, both say nearly the same; of what was left out, only one knows.
+        self.assertEqual(len(seen), len(guessed))
+        self.assertNotEqual(seen, guessed)
+        self.assertLess(sum(abs(a - b) for a, b in zip(seen[:8], guessed[:8])) / 8, 3.0)
+
+    def ratios(self, number):
+        """The signal-to-mask ratios of a frame's left channel, as its table shows them."""
+        self.choose("frame-number", number)
+        self.assertEqual(self.text("#frame-title"), f"Frame {number}")
+        coded = [row for row in self.rows(".subband-table") if row[2] != "nothing coded"]
+        return [float(row[6]) for row in coded]
+
+
 class Faults(ReportTest):
     """Each planted fault has its marker at its frame."""
 
