@@ -12,6 +12,9 @@ namespace {
 constexpr float kLeastNmrDb = -50.0f, kNmrBinDb = 2.0f;
 constexpr float kNever = -1000.0f;
 
+// 10^(x / 10) = 2^(x * log2(10) / 10)
+constexpr double kBitsPerDb = 0.33219280948873623;
+
 }  // namespace
 
 void InspectDistributions::add(const InspectedFrame &frame) {
@@ -39,7 +42,7 @@ void InspectDistributions::add(const InspectedFrame &frame) {
 void InspectDistributions::addNmr(Band &band, float nmrDb) {
   ++band.nmrCount;
   if (nmrDb > 0.0f) ++band.nmrOver;
-  band.nmrSum += std::pow(10.0, static_cast<double>(nmrDb) / 10.0);
+  band.nmrSum += std::exp2(kBitsPerDb * static_cast<double>(nmrDb));
   band.nmrWorst = std::max(band.nmrWorst, nmrDb);
   const float bin = std::floor((nmrDb - kLeastNmrDb) / kNmrBinDb);
   ++band.nmr[static_cast<size_t>(std::clamp(bin, 0.0f, static_cast<float>(kNmrBins - 1)))];
