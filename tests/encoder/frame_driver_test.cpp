@@ -120,7 +120,7 @@ TEST(FrameDriver, FramesAt44100HzAreAsLongAsTheBitrateSaysOnAverage) {
     ASSERT_TRUE(bytes == 417 || bytes == 418);
     total += bytes;
   }
-  EXPECT_EQ(total, size_t(490) * 144000 * 128 / 44100);
+  EXPECT_EQ(total, uint64_t{490} * 144000 * 128 / 44100);
 }
 
 TEST(FrameDriver, FramesAt48000HzAreNeverPadded) {
