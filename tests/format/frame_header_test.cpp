@@ -50,6 +50,25 @@ TEST(FrameHeader, EveryAcceptedSizeIsTheFormulaOfTheStandardInDoublePrecision) {
   EXPECT_EQ(accepted, 2 * 2 * 2 * 14 * 3 * 4);  // version, layer, protection, bitrate, rate, padding and private bit
 }
 
+// ISO/IEC 11172-3, 2.4.2.3, and ISO/IEC 13818-3, 2.4.2.3: the steps between the bitrates grow with them.
+TEST(FrameHeader, Bitrates) {
+  const auto kbpsOf = [](int b1, int index) {
+    FrameParams fp{};
+    return parse(fp, 0xFF, b1, index << 4, 0) > 0 ? fp.kbps : 0;
+  };
+  // Three that come before 64 kbit/s, and from there on in steps of 16.
+  const auto inSixteens = [](int index) { return index < 4 ? 32 + (index > 1 ? 8 * index : 0) : 16 * index; };
+  for (int index = 1; index < 15; ++index) {
+    EXPECT_EQ(kbpsOf(0xFE, index), 32 * index) << "MPEG-1, Layer I";
+    EXPECT_EQ(kbpsOf(0xFC, index), index < 9    ? inSixteens(index)
+                                   : index < 13 ? 32 * (index - 4)
+                                                : 64 * (index - 8))
+        << "MPEG-1, Layer II";
+    EXPECT_EQ(kbpsOf(0xF6, index), index < 12 ? inSixteens(index) : 32 * (index - 6)) << "MPEG-2, Layer I";
+    EXPECT_EQ(kbpsOf(0xF4, index), index < 9 ? 8 * index : 16 * (index - 4)) << "MPEG-2, Layer II";
+  }
+}
+
 TEST(FrameHeader, Refusals) {
   FrameParams fp{};
   EXPECT_EQ(parse(fp, 0xFE, 0xFC, 0x90, 0), -1);  // sync word
