@@ -33,10 +33,9 @@ constexpr QuantConstants quantConstants() {
   for (int q = 0; q < 17; ++q) {
     uint32_t power = 4;
     while (power < levels[q]) power *= 2;
-    const bool grouped = levels[q] == 3 || levels[q] == 5 || levels[q] == 9;
     const float c = float(double(power) / double(levels[q]));
     table.c[q] = c / kUnit;
-    table.d[q] = (grouped ? 0.5f : 2.0f / float(power)) * kUnit;
+    table.d[q] = 2.0f / float(power) * kUnit;
     table.levels[q] = float(levels[q]);
     table.inverse[q] = 1.0f / float(levels[q]);
     table.step[q] = c / float(power / 2);
