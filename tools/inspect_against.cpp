@@ -175,7 +175,7 @@ void InspectAgainst::compare(const InspectedFrame &a, const InspectedFrame &b) {
   column.bits += 8 * (int64_t{b.header.frameBytes} - int64_t{a.header.frameBytes});
   for (unsigned c = 0; c < 2; ++c)
     for (unsigned sb = 0; sb < 32; ++sb) {
-      column.bandBits[c][sb] += subbandBits(b.fields, c, sb) - subbandBits(a.fields, c, sb);
+      column.bandBits[c][sb] += b.bandBits[c][sb] - a.bandBits[c][sb];
       for (size_t third = 0; third < 3; ++third) {
         uint8_t &leastA = column.leastScaleFactor[0][c][sb], &leastB = column.leastScaleFactor[1][c][sb];
         if (a.fields.allocation[c][sb] != 0) leastA = std::min(leastA, a.fields.scaleFactor[c][third][sb]);

@@ -8,7 +8,6 @@ namespace qav::tool {
 
 namespace {
 
-constexpr float kNone = -std::numeric_limits<float>::infinity();
 constexpr double kNan = std::numeric_limits<double>::quiet_NaN();
 constexpr uint8_t kNoIndex = 63;
 
@@ -17,52 +16,10 @@ double meanOrNone(double sum, uint64_t count) { return count > 0 ? sum / static_
 
 double levelDb(double amplitude) { return amplitude > 0.0 ? 20.0 * std::log10(amplitude / 32768.0) : -1000.0; }
 
-constexpr int16_t kLeastSample = std::numeric_limits<int16_t>::min();
-constexpr int16_t kGreatestSample = std::numeric_limits<int16_t>::max();
-
-struct Extent {
-  int16_t least = kGreatestSample, greatest = kLeastSample;
-  uint64_t energy = 0;
-  uint32_t clipped = 0;
-};
-
-// Of every kStep-th sample.
-template <size_t kStep>
-Extent extentOf(const int16_t *samples, size_t count) {
-  Extent extent;
-  for (size_t i = 0; i < count; ++i) {
-    const int16_t x = samples[i * kStep];
-    extent.least = std::min(extent.least, x);
-    extent.greatest = std::max(extent.greatest, x);
-    extent.energy += static_cast<uint32_t>(int32_t{x} * x);
-  }
-  if (extent.least > kLeastSample && extent.greatest < kGreatestSample) return extent;
-  for (size_t i = 0; i < count; ++i)
-    extent.clipped += samples[i * kStep] == kLeastSample || samples[i * kStep] == kGreatestSample;
-  return extent;
-}
-
 // 2^(1 - index / 3)
 double scaleFactorDb(uint8_t index) { return 20.0 * std::log10(2.0) * (1.0 - index / 3.0); }
 
 }  // namespace
-
-std::optional<float> noiseToMaskDb(const InspectedFrame &frame, unsigned channel, unsigned subband) {
-  const float smr = frame.smrDb[channel][subband];
-  if (!frame.hasModel || !std::isfinite(smr)) return std::nullopt;
-  // Of what was left out, what was decoded tells nothing.
-  if (frame.fields.allocation[channel][subband] == 0 && !frame.modelSawOriginal) return std::nullopt;
-  return smr - quantiserSnrDb(frame.fields, channel, subband);
-}
-
-float subbandBits(const NEB_InspectFrame &f, unsigned channel, unsigned subband) {
-  const bool isShared = f.header.channels == 2 && static_cast<int32_t>(subband) >= f.header.jsbound;
-  const unsigned shared =
-      f.allocationBits[channel][subband] + 12u * f.codeBits[channel][subband] * f.codesPerGranule[channel][subband];
-  const unsigned own = (f.header.layer == 2 && f.allocation[channel][subband] != 0 ? 2u : 0u) +
-                       6u * f.scaleFactorsSent[channel][subband];
-  return static_cast<float>(own) + static_cast<float>(shared) * (isShared ? 0.5f : 1.0f);
-}
 
 size_t ColumnGrid::foldFor(uint64_t frame, const FrameHeader &header) {
   if (columnOf(frame) < kMostColumns) return 1;
@@ -76,11 +33,11 @@ size_t ColumnGrid::foldFor(uint64_t frame, const FrameHeader &header) {
 InspectColumns::Channel::Channel() {
   least.fill(std::numeric_limits<int16_t>::max());
   greatest.fill(std::numeric_limits<int16_t>::min());
-  nmrMost.fill(kNone);
+  nmrMost.fill(kNoLevel);
   leastScaleFactor.fill(kNoIndex);
 }
 
-InspectColumns::Column::Column() : smrMost(kNone), nmrMost(kNone) {}
+InspectColumns::Column::Column() : smrMost(kNoLevel), nmrMost(kNoLevel) {}
 
 void InspectColumns::add(const InspectedFrame &frame) {
   if (!grid_) grid_.emplace(frame.place.frame);
@@ -107,24 +64,20 @@ void InspectColumns::add(const InspectedFrame &frame) {
 
 // `slot` of the column's `slots` is the frame's own.
 void InspectColumns::addWave(Column &column, const InspectedFrame &frame, size_t slot, size_t slots) {
-  const unsigned channels = frame.header.channels;
-  const size_t samples = frame.header.frameSamples;
-  for (unsigned c = 0; c < channels; ++c) {
+  for (unsigned c = 0; c < frame.header.channels; ++c) {
     Channel &channel = column.channel[c];
     uint64_t energy = 0;
     for (size_t piece = 0; piece < kWavePoints; ++piece) {
-      const size_t from = samples * piece / kWavePoints, to = samples * (piece + 1) / kWavePoints;
-      const int16_t *const own = frame.pcm.data() + from * channels + c;
-      const Extent extent = channels == 2 ? extentOf<2>(own, to - from) : extentOf<1>(own, to - from);
-      energy += extent.energy;
-      column.clipped += extent.clipped;
+      const WaveLevels &levels = frame.wave[c][piece];
+      energy += levels.energy;
+      column.clipped += levels.clipped;
       const size_t point = (slot * kWavePoints + piece) / slots;
-      channel.least[point] = std::min(channel.least[point], extent.least);
-      channel.greatest[point] = std::max(channel.greatest[point], extent.greatest);
-      channel.peak = std::max({channel.peak, -int32_t{extent.least}, int32_t{extent.greatest}});
+      channel.least[point] = std::min(channel.least[point], levels.least);
+      channel.greatest[point] = std::max(channel.greatest[point], levels.greatest);
+      channel.peak = std::max({channel.peak, -int32_t{levels.least}, int32_t{levels.greatest}});
     }
     channel.energy += static_cast<double>(energy);
-    channel.samples += samples;
+    channel.samples += frame.header.frameSamples;
   }
 }
 
@@ -142,8 +95,8 @@ void InspectColumns::addFields(Column &column, const InspectedFrame &frame) {
   column.hasSelection = column.hasSelection || frame.header.layer == 2;
   for (unsigned c = 0; c < frame.header.channels; ++c) {
     Channel &channel = column.channel[c];
+    for (unsigned sb = 0; sb < 32; ++sb) channel.bits[sb] += frame.bandBits[c][sb];
     for (unsigned sb = 0; sb < 32; ++sb) {
-      channel.bits[sb] += subbandBits(fields, c, sb);
       if (fields.allocation[c][sb] == 0) continue;
       if (frame.header.layer == 2) ++column.selection[fields.selection[c][sb]];
       for (const auto &part : fields.scaleFactor[c])
@@ -156,18 +109,18 @@ void InspectColumns::addModel(Column &column, const InspectedFrame &frame) {
   ++column.modelled;
   for (unsigned c = 0; c < frame.header.channels; ++c) {
     Channel &channel = column.channel[c];
+    const auto &smrDb = frame.smrDb[c], &nmrDb = frame.nmrDb[c];
+    uint32_t over = 0;
     for (unsigned sb = 0; sb < static_cast<unsigned>(frame.fields.header.sblimit); ++sb) {
-      const float smr = frame.smrDb[c][sb];
-      if (!std::isfinite(smr)) continue;
-      channel.smrSum[sb] += smr;
-      ++channel.smrCount[sb];
-      column.smrMost = std::max(column.smrMost, smr);
-      const auto nmr = noiseToMaskDb(frame, c, sb);
-      if (!nmr) continue;
-      channel.nmrMost[sb] = std::max(channel.nmrMost[sb], *nmr);
-      column.nmrMost = std::max(column.nmrMost, *nmr);
-      if (*nmr > 0.0f) ++column.over;
+      const bool hasSignal = smrDb[sb] > kNoLevel;
+      channel.smrSum[sb] += hasSignal ? smrDb[sb] : 0.0f;
+      channel.smrCount[sb] += hasSignal;
+      column.smrMost = std::max(column.smrMost, smrDb[sb]);
+      channel.nmrMost[sb] = std::max(channel.nmrMost[sb], nmrDb[sb]);
+      column.nmrMost = std::max(column.nmrMost, nmrDb[sb]);
+      over += nmrDb[sb] > 0.0f;
     }
+    column.over += over;
   }
 }
 

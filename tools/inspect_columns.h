@@ -13,7 +13,6 @@
 namespace qav::tool {
 
 inline constexpr size_t kMostColumns = 10000;
-inline constexpr size_t kWavePoints = 8;  // of a column
 
 // Cuts the numbered frames of a stream into columns.
 class ColumnGrid {
@@ -94,12 +93,5 @@ class InspectColumns {
   unsigned channels_ = 1, subbands_ = 0;
   bool hasModel_ = false, hasSelection_ = false;
 };
-
-// The noise-to-mask ratio that a subband's allocation leaves; nothing where there was no signal. What is left out is noise
-// as loud as the signal where the model saw it, and unknown where it did not.
-std::optional<float> noiseToMaskDb(const InspectedFrame &frame, unsigned channel, unsigned subband);
-
-// The bits that a subband takes, in all parts of the frame. What both channels share counts half to each.
-float subbandBits(const NEB_InspectFrame &fields, unsigned channel, unsigned subband);
 
 }  // namespace qav::tool

@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <cmath>
 
-#include "tools/inspect_columns.h"
 #include "tools/message.h"
 
 namespace qav::tool {
@@ -59,21 +58,22 @@ std::string csvLine(const std::string &file, const InspectedFrame &frame) {
       if (header.layer == 2 && fields.allocation[c][sb] != 0) ++selections[fields.selection[c][sb]];
       if (!frame.hasModel) continue;
       smrMost = std::max(smrMost, static_cast<double>(frame.smrDb[c][sb]));
-      const auto nmr = noiseToMaskDb(frame, c, sb);
-      if (nmr) nmrMost = std::max(nmrMost, static_cast<double>(*nmr));
-      if (nmr && *nmr > 0.0f) ++over;
+      nmrMost = std::max(nmrMost, static_cast<double>(frame.nmrDb[c][sb]));
+      if (frame.nmrDb[c][sb] > 0.0f) ++over;
     }
   for (const uint64_t count : selections) line += fmt::format(",{}", count);
 
   const size_t samples = size_t{header.frameSamples} * header.channels;
-  double energy = 0.0;
+  uint64_t energy = 0;
   int32_t peak = 0;
-  for (size_t i = 0; i < samples; ++i) {
-    peak = std::max(peak, std::abs(int32_t{frame.pcm[i]}));
-    energy += static_cast<double>(frame.pcm[i]) * frame.pcm[i];
-  }
+  for (unsigned c = 0; c < header.channels; ++c)
+    for (const WaveLevels &levels : frame.wave[c]) {
+      peak = std::max({peak, -int32_t{levels.least}, int32_t{levels.greatest}});
+      energy += levels.energy;
+    }
   line += fmt::format(",{},{},{},{},", decibels(20.0 * std::log10(peak / 32768.0)),
-                      decibels(10.0 * std::log10(energy / static_cast<double>(samples)) - 20.0 * std::log10(32768.0)),
+                      decibels(10.0 * std::log10(static_cast<double>(energy) / static_cast<double>(samples)) -
+                               20.0 * std::log10(32768.0)),
                       decibels(smrMost), decibels(nmrMost));
   if (frame.hasModel) line += fmt::format("{}", over);
   return line;

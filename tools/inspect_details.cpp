@@ -87,17 +87,9 @@ void InspectDetails::add(const InspectedFrame &frame, uint8_t table, bool isPinn
                 .hasModel = frame.hasModel,
                 .isPinned = isPinned,
                 .table = table,
-                .smrDb = {},
-                .hasNmr = {},
-                .nmrDb = {}};
+                .smrDb = frame.smrDb,
+                .nmrDb = frame.nmrDb};
   hasModel_ = hasModel_ || frame.hasModel;
-  for (unsigned c = 0; c < frame.header.channels; ++c)
-    for (unsigned sb = 0; sb < 32; ++sb) {
-      detail.smrDb[c][sb] = frame.smrDb[c][sb];
-      const auto nmr = noiseToMaskDb(frame, c, sb);
-      detail.hasNmr[c][sb] = nmr.has_value();
-      detail.nmrDb[c][sb] = nmr.value_or(0.0f);
-    }
   cost_ += costOf(detail);
   if (isPinned) pinnedCost_ += costOf(detail);
   kept_.push_back(std::move(detail));
@@ -199,15 +191,15 @@ Json InspectDetails::json(unsigned channels, unsigned subbands, const ArrayWrite
   json["scaleFactor"] = array({kept_.size(), channels, 3, subbands}, factors, byteOrNone);
   json["smr"] = json["nmr"] = nullptr;
   if (hasModel_) {
-    json["smr"] =
-        pairs<int8_t>(channels, subbands, array, {.none = -128.0}, [](const Detail &d, unsigned c, unsigned sb) {
-          return d.hasModel && c < static_cast<unsigned>(d.fields.header.channels) ? static_cast<double>(d.smrDb[c][sb])
-                                                                                   : kNan;
-        });
-    json["nmr"] = pairs<int8_t>(channels, subbands, array, {.scale = 0.5, .none = -128.0},
-                                [](const Detail &d, unsigned c, unsigned sb) {
-                                  return d.hasNmr[c][sb] ? static_cast<double>(d.nmrDb[c][sb]) : kNan;
-                                });
+    const auto isModelled = [](const Detail &d, unsigned c) {
+      return d.hasModel && c < static_cast<unsigned>(d.fields.header.channels);
+    };
+    json["smr"] = pairs<int8_t>(
+        channels, subbands, array, {.none = -128.0},
+        [&](const Detail &d, unsigned c, unsigned sb) { return isModelled(d, c) ? d.smrDb[c][sb] : kNoLevel; });
+    json["nmr"] = pairs<int8_t>(
+        channels, subbands, array, {.scale = 0.5, .none = -128.0},
+        [&](const Detail &d, unsigned c, unsigned sb) { return isModelled(d, c) ? d.nmrDb[c][sb] : kNoLevel; });
   }
   return json;
 }

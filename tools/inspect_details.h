@@ -41,9 +41,7 @@ class InspectDetails {
     std::array<uint32_t, kFrameParts> bits;
     bool hasModel, isPinned;
     uint8_t table;
-    float smrDb[2][32];
-    bool hasNmr[2][32];
-    float nmrDb[2][32];
+    std::array<std::array<float, 32>, 2> smrDb, nmrDb;
   };
   static size_t costOf(const Detail &detail) { return detail.data.size() + 384; }
   bool isInStep(uint64_t frame) const { return frame % every_ == 0; }

@@ -19,19 +19,22 @@ class InspectDistributions {
  private:
   static constexpr size_t kNmrBins = 40, kUnusedBins = 64;
 
-  struct Band {
-    std::array<uint32_t, 16> allocation{};
-    std::array<uint32_t, 64> scaleFactors{};
-    std::array<uint32_t, 4> selection{};
-    uint64_t bits = 0;  // in halves of a bit
-    uint64_t nmrCount = 0, nmrOver = 0;
-    double nmrSum = 0;  // of the ratios
-    float nmrWorst = -1000.0f;
-    std::array<uint32_t, kNmrBins> nmr{};
+  // Of the subbands of a channel.
+  struct Bands {
+    std::array<std::array<uint32_t, 16>, 32> allocation{};
+    std::array<std::array<uint32_t, 64>, 32> scaleFactors{};
+    std::array<std::array<uint32_t, 4>, 32> selection{};
+    std::array<double, 32> bits{};
+    std::array<uint32_t, 32> nmrCount{}, nmrOver{};
+    std::array<double, 32> nmrSum{};  // of the ratios
+    std::array<float, 32> nmrWorst;
+    std::array<std::array<uint32_t, kNmrBins>, 32> nmr{};
+    Bands() { nmrWorst.fill(kNoLevel); }
   };
-  static void addNmr(Band &band, float nmrDb);
+  static void addFields(Bands &bands, const InspectedFrame &frame, unsigned channel);
+  static void addRatios(Bands &bands, const std::array<float, 32> &nmrDb);
 
-  std::array<std::array<Band, 32>, 2> band_;
+  std::array<Bands, 2> bands_;
   std::map<uint32_t, uint64_t> kbps_, modes_;
   std::map<uint32_t, uint64_t> unused_;
   uint64_t frames_ = 0;

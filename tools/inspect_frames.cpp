@@ -12,9 +12,11 @@ namespace qav::tool {
 
 namespace {
 
-constexpr float kNothing = -std::numeric_limits<float>::infinity();
 // What the model says of digital silence is far below; no signal of 16 bits comes near.
 constexpr float kSilenceDb = -300.0f;
+
+constexpr int16_t kLeastSample = std::numeric_limits<int16_t>::min();
+constexpr int16_t kGreatestSample = std::numeric_limits<int16_t>::max();
 
 std::array<uint32_t, kFrameParts> bitsOfParts(const NEB_InspectFrame &f) {
   const uint32_t all = 8 * f.frameBytes;
@@ -30,14 +32,52 @@ std::array<uint32_t, kFrameParts> bitsOfParts(const NEB_InspectFrame &f) {
   return bits;
 }
 
-}  // namespace
+std::array<float, 32> bitsOfBands(const NEB_InspectFrame &f, unsigned channel) {
+  std::array<float, 32> bits;
+  for (unsigned sb = 0; sb < 32; ++sb) {
+    const bool isShared = f.header.channels == 2 && static_cast<int32_t>(sb) >= f.header.jsbound;
+    const int shared = f.allocationBits[channel][sb] + 12 * f.codeBits[channel][sb] * f.codesPerGranule[channel][sb];
+    const int own =
+        (f.header.layer == 2 && f.allocation[channel][sb] != 0 ? 2 : 0) + 6 * f.scaleFactorsSent[channel][sb];
+    bits[sb] = static_cast<float>(own) + static_cast<float>(shared) * (isShared ? 0.5f : 1.0f);
+  }
+  return bits;
+}
 
+void separateChannels(const int16_t *interleaved, size_t channels, size_t count, int16_t *left, int16_t *right) {
+  if (channels == 1)
+    std::copy_n(interleaved, count, left);
+  else
+    for (size_t i = 0; i < count; ++i) left[i] = interleaved[2 * i], right[i] = interleaved[2 * i + 1];
+}
+
+WaveLevels levelsOf(const int16_t *samples, size_t count) {
+  WaveLevels levels{kGreatestSample, kLeastSample, 0, 0};
+  // Halves of squares add up in 32 bits, so that as many as a frame has may be added side by side.
+  uint32_t low = 0, high = 0;
+  for (size_t i = 0; i < count; ++i) {
+    const int16_t x = samples[i];
+    levels.least = std::min(levels.least, x);
+    levels.greatest = std::max(levels.greatest, x);
+    const auto square = static_cast<uint32_t>(int32_t{x} * x);
+    low += square & 0xFFFF;
+    high += square >> 16;
+  }
+  levels.energy = (uint64_t{high} << 16) + low;
+  if (levels.least > kLeastSample && levels.greatest < kGreatestSample) return levels;
+  for (size_t i = 0; i < count; ++i) levels.clipped += samples[i] == kLeastSample || samples[i] == kGreatestSample;
+  return levels;
+}
+
+// Signal to quantisation noise in dB of what a Layer II frame codes in a subband (ISO/IEC 11172-3 Table C.5).
 float quantiserSnrDb(const NEB_InspectFrame &fields, unsigned channel, unsigned subband) {
   static constexpr float kSnrDb[17] = {7.0f,   11.0f,  16.0f,  20.84f, 25.28f, 31.59f, 37.75f, 43.84f, 49.89f,
                                        55.93f, 61.96f, 67.98f, 74.01f, 80.03f, 86.05f, 92.01f, 98.01f};
   const unsigned index = fields.allocation[channel][subband];
   return index == 0 ? 0.0f : kSnrDb[fields.header.allocTable[subband][index].quant];
 }
+
+}  // namespace
 
 bool hasMaskingModel(const FrameHeader &header) { return header.version == 1 && header.layer == 2; }
 
@@ -49,30 +89,33 @@ MaskingModel::MaskingModel(uint32_t freqHz) {
   if (!state_) throw std::bad_alloc();
 }
 
-void MaskingModel::estimate(InspectedFrame &frame, const int16_t *next) {
-  const size_t frameSamples = size_t{QAV_SAMPLES_PER_FRAME} * frame.header.channels;
-  const size_t late = kCodecDelay * frame.header.channels;
-  std::array<int16_t, 2 * QAV_SAMPLES_PER_FRAME> original{};
-  std::copy(frame.pcm.begin() + static_cast<std::ptrdiff_t>(late),
-            frame.pcm.begin() + static_cast<std::ptrdiff_t>(frameSamples), original.begin());
-  if (next) std::copy_n(next, late, original.begin() + static_cast<std::ptrdiff_t>(frameSamples - late));
-  analyse(frame, original.data());
-  frame.modelSawOriginal = false;
+void MaskingModel::estimate(InspectedFrame &frame, const InspectedFrame *next) {
+  for (unsigned c = 0; c < frame.header.channels; ++c) {
+    std::array<int16_t, QAV_SAMPLES_PER_FRAME> original{};
+    const auto nextFrame = std::copy(frame.samples[c].begin() + kCodecDelay, frame.samples[c].end(), original.begin());
+    if (next) std::copy_n(next->samples[c].begin(), kCodecDelay, nextFrame);
+    analyseChannel(frame, c, original.data(), false);
+  }
 }
 
 void MaskingModel::analyse(InspectedFrame &frame, const int16_t *original) {
-  const unsigned channels = frame.header.channels;
-  int16_t own[QAV_SAMPLES_PER_FRAME];
-  for (unsigned c = 0; c < channels; ++c) {
-    if (channels == 2)
-      for (size_t i = 0; i < QAV_SAMPLES_PER_FRAME; ++i) own[i] = original[2 * i + c];
-    else
-      std::copy_n(original, QAV_SAMPLES_PER_FRAME, own);
-    neb_psycho_anal(own, c, frame.smrDb[c], state_.get());
-    for (float &smr : frame.smrDb[c])
-      if (!(smr > kSilenceDb)) smr = kNothing;
+  std::array<int16_t, QAV_SAMPLES_PER_FRAME> samples[2];
+  separateChannels(original, frame.header.channels, QAV_SAMPLES_PER_FRAME, samples[0].data(), samples[1].data());
+  for (unsigned c = 0; c < frame.header.channels; ++c) analyseChannel(frame, c, samples[c].data(), true);
+}
+
+void MaskingModel::analyseChannel(InspectedFrame &frame, unsigned channel, const int16_t *samples, bool isOriginal) {
+  auto &smrDb = frame.smrDb[channel], &nmrDb = frame.nmrDb[channel];
+  neb_psycho_anal(samples, channel, smrDb.data(), state_.get());
+  nmrDb.fill(kNoLevel);
+  const auto subbands = static_cast<unsigned>(frame.fields.header.sblimit);
+  for (unsigned sb = 0; sb < 32; ++sb) {
+    if (!(smrDb[sb] > kSilenceDb))
+      smrDb[sb] = kNoLevel;
+    else if (sb < subbands && (isOriginal || frame.fields.allocation[channel][sb] != 0))
+      nmrDb[sb] = smrDb[sb] - quantiserSnrDb(frame.fields, channel, sb);
   }
-  frame.hasModel = frame.modelSawOriginal = true;
+  frame.hasModel = true;
 }
 
 bool readFrame(FrameDecoder &decoder, const FrameEvent &event, InspectedFrame &frame) {
@@ -82,9 +125,17 @@ bool readFrame(FrameDecoder &decoder, const FrameEvent &event, InspectedFrame &f
   std::memcpy(frame.data.data(), event.data, event.header.frameBytes);
   frame.result = NEB_inspectFrame(event.data, event.header.frameBytes, &frame.fields, nullptr);
   frame.bits = bitsOfParts(frame.fields);
-  if (decoder.decode(event.data, event.header.frameBytes, frame.pcm.data())) return true;
-  std::fill_n(frame.pcm.begin(), size_t{event.header.frameSamples} * event.header.channels, int16_t{0});
-  return false;
+  for (unsigned c = 0; c < 2; ++c) frame.bandBits[c] = bitsOfBands(frame.fields, c);
+  const size_t channels = event.header.channels, count = event.header.frameSamples;
+  const bool isDecoded = decoder.decode(event.data, event.header.frameBytes, frame.pcm.data());
+  if (!isDecoded) std::fill_n(frame.pcm.begin(), count * channels, int16_t{0});
+  separateChannels(frame.pcm.data(), channels, count, frame.samples[0].data(), frame.samples[1].data());
+  for (size_t c = 0; c < channels; ++c)
+    for (size_t point = 0; point < kWavePoints; ++point) {
+      const size_t from = count * point / kWavePoints, to = count * (point + 1) / kWavePoints;
+      frame.wave[c][point] = levelsOf(frame.samples[c].data() + from, to - from);
+    }
+  return isDecoded;
 }
 
 }  // namespace qav::tool

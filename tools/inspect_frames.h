@@ -6,6 +6,7 @@
 
 #include <array>
 #include <cstdlib>
+#include <limits>
 #include <memory>
 #include <optional>
 #include <string>
@@ -21,6 +22,18 @@ namespace qav::tool {
 enum class FramePart { header, checkWord, allocation, selection, scaleFactors, samples, unused };
 inline constexpr size_t kFrameParts = 7;
 
+inline constexpr size_t kWavePoints = 8;  // of a frame
+
+// A stretch of one channel's samples.
+struct WaveLevels {
+  int16_t least, greatest;
+  uint32_t clipped;  // at either end of the range
+  uint64_t energy;   // sum of the squares
+};
+
+// In decibels; where there is no value.
+inline constexpr float kNoLevel = -std::numeric_limits<float>::infinity();
+
 struct InspectedFrame {
   Place place;
   FrameHeader header;
@@ -28,10 +41,17 @@ struct InspectedFrame {
   uint32_t result;  // NEB_INSPECT_...
   NEB_InspectFrame fields;
   std::array<uint32_t, kFrameParts> bits;  // of each part; their sum is the frame's
+  // The bits that a subband takes, in all parts of the frame. What both channels share counts half to each.
+  std::array<std::array<float, 32>, 2> bandBits;
   std::array<int16_t, QAV_MAX_FRAME_PCM_BYTES / 2> pcm;
+  std::array<std::array<int16_t, QAV_SAMPLES_PER_FRAME>, 2> samples;  // the same by channel
+  std::array<std::array<WaveLevels, kWavePoints>, 2> wave;
   bool hasModel;
-  bool modelSawOriginal;  // what the encoder was given, not what was decoded
-  float smrDb[2][32];     // signal to mask; -infinity where there is no signal
+  // Signal to mask; kNoLevel where there is no signal.
+  std::array<std::array<float, 32>, 2> smrDb;
+  // The noise-to-mask ratio that the allocation leaves; kNoLevel where there was no signal. What is left out is noise as
+  // loud as the signal where the model saw the original, and unknown where it did not.
+  std::array<std::array<float, 32>, 2> nmrDb;
 
   bool isGood() const { return result == NEB_INSPECT_GOOD; }
   uint32_t partBits(FramePart part) const { return bits[static_cast<size_t>(part)]; }
@@ -48,9 +68,6 @@ struct InspectedStream {
 // Takes a frame apart and decodes it; false when it does not decode, which counts as silence. The model is left out.
 bool readFrame(FrameDecoder &decoder, const FrameEvent &event, InspectedFrame &frame);
 
-// Signal to quantisation noise in dB of what a Layer II frame coded in a subband (ISO/IEC 11172-3 Table C.5).
-float quantiserSnrDb(const NEB_InspectFrame &fields, unsigned channel, unsigned subband);
-
 // The psychoacoustic model of one stream. Decoded samples are late by the codec's delay, so those that a frame was made of
 // are complete only with the next frame's.
 class MaskingModel {
@@ -58,12 +75,14 @@ class MaskingModel {
   explicit MaskingModel(uint32_t freqHz);
 
   // As the frame's decoded samples let it guess. They are completed with the beginning of the next frame's; null: silence.
-  void estimate(InspectedFrame &frame, const int16_t *next);
+  void estimate(InspectedFrame &frame, const InspectedFrame *next);
 
-  // By the 1152 sample frames that the frame was made of.
+  // By the 1152 sample frames that the frame was made of, interleaved.
   void analyse(InspectedFrame &frame, const int16_t *original);
 
  private:
+  void analyseChannel(InspectedFrame &frame, unsigned channel, const int16_t *samples, bool isOriginal);
+
   struct Free {
     void operator()(PsychoState *state) const { std::free(state); }
   };

@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <limits>
 
 #include "tools/message.h"
 
@@ -62,11 +61,9 @@ void InspectHead::add(const InspectedFrame &frame) {
   }
   if (!isZero) ++nonZeroTails_;
 
-  const size_t samples = size_t{frame.header.frameSamples} * frame.header.channels;
   uint32_t clipped = 0;
-  const int16_t *const pcm = frame.pcm.data();
-  for (size_t i = 0; i < samples; ++i)
-    clipped += pcm[i] == std::numeric_limits<int16_t>::max() || pcm[i] == std::numeric_limits<int16_t>::min();
+  for (unsigned c = 0; c < frame.header.channels; ++c)
+    for (const WaveLevels &levels : frame.wave[c]) clipped += levels.clipped;
   clippedSamples_ += clipped;
   if (clipped > 0) ++clippedFrames_;
 }

@@ -121,8 +121,7 @@ void InspectSource::read(const Event &event) {
 
 void InspectSource::estimateLast(const InspectedFrame *next) {
   InspectedFrame *const last = std::exchange(last_, nullptr);
-  if (last && model_ && hasMaskingModel(last->header) && last->isGood())
-    model_->estimate(*last, next ? next->pcm.data() : nullptr);
+  if (last && model_ && hasMaskingModel(last->header) && last->isGood()) model_->estimate(*last, next);
 }
 
 }  // namespace qav::tool
