@@ -2,25 +2,20 @@
 #pragma once
 
 #include <memory>
-#include <optional>
 #include <string>
 
 #include "tools/inspect_frames.h"
 #include "tools/inspect_source.h"
-#include "tools/loudness.h"
 #include "tools/mpeg_input.h"
-#include "tools/pcm_target.h"
 #include "tools/stream_report.h"
-#include "tools/stretch_joiner.h"
 
 namespace qav::tool {
 
 class FrameReader {
  public:
   struct Options {
-    bool measureLoudness = false;
     bool estimateMasking = false;
-    unsigned threads = 1;  // no more than two are used
+    unsigned threads = 1;
   };
   FrameReader(const std::string &name, Options options);
 
@@ -31,36 +26,18 @@ class FrameReader {
   const StreamReport &report() const { return report_; }
 
   // After the end.
-  InspectedStream stream() const { return {report_, end_, loudness_, input_.size()}; }
+  InspectedStream stream() const { return {report_, end_, source_.loudness(), input_.size()}; }
 
  private:
-  // Hears all stretches as one.
-  class Meter final : public PcmTarget {
-   public:
-    explicit Meter(std::optional<Loudness> &result) : result_(result) {}
-    void open(uint32_t freqHz, uint32_t channels) override { meter_.emplace(freqHz, channels); }
-    void write(const int16_t *samples, size_t frames) override { meter_->add(samples, frames); }
-    void close() override { result_ = meter_->finish(); }
-
-   private:
-    std::optional<Loudness> &result_;
-    std::optional<LoudnessMeter> meter_;
-  };
   bool readOn();
-  void take(InspectedEvent &found);
 
   MpegInput input_;
-  Options options_;
   StreamReport report_;
-  std::optional<Loudness> loudness_;
-  Meter meter_;
-  StretchJoiner joiner_;
   std::unique_ptr<InspectedFrame> current_, following_;
   bool hasFollowing_ = false;
-  bool inFormat_ = false;
   bool ended_ = false;
   Place end_;
-  InspectSource source_;  // the last to begin and the first to end: its thread uses the input
+  InspectSource source_;  // the last to begin and the first to end: its threads use the input
 };
 
 }  // namespace qav::tool

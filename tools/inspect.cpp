@@ -35,10 +35,7 @@ int statusOf(const FrameReader &reader) { return reader.report().verdict() == Ve
 class Comparison {
  public:
   Comparison(const std::string &file, const InspectRange &range, unsigned threads)
-      : file_(file),
-        reader_(file, {.measureLoudness = true, .threads = threads}),
-        against_(range),
-        next_(reader_.next()) {}
+      : file_(file), reader_(file, {.threads = threads}), against_(range), next_(reader_.next()) {}
 
   // Of the first stream, in ascending order.
   void add(const InspectedFrame &frame) {
@@ -80,7 +77,7 @@ std::optional<Comparison> comparisonFor(const InspectOptions &options, unsigned 
 }
 
 int inspectOne(Job &job, const InspectOptions &options, const std::string &outputName) {
-  FrameReader reader(job.input(), {.measureLoudness = true, .estimateMasking = true, .threads = job.threads()});
+  FrameReader reader(job.input(), {.estimateMasking = true, .threads = job.threads()});
   // The first stream may take two threads, the other one what is left.
   std::optional<Comparison> comparison = comparisonFor(options, job.threads() > 2 ? 2 : 1);
   // Before the work, so that a report that cannot be written costs none.
