@@ -51,6 +51,7 @@ class Output {
     joiner_->begin(header.freqHz, header.channels);
   }
   void write(const int16_t *samples, size_t frames) { joiner_->write(samples, frames); }
+  int16_t *next() { return joiner_->next(); }
   void silence(uint64_t frames) {
     if (!options_.skipGaps) joiner_->silence(frames);
   }
@@ -113,6 +114,7 @@ int decodeOne(Job &job, const DecodeOptions &options, const std::string &outputN
                {.at = [&](const Place &place) { job.advance(input.fractionAt(place.offset), place.seconds); },
                 .begin = [&](const FrameHeader &header) { output.begin(header, samplesIn(report)); },
                 .write = [&](const int16_t *samples, size_t frames) { output.write(samples, frames); },
+                .next = [&] { return output.next(); },
                 .silence = [&](uint64_t frames) { output.silence(frames); },
                 .tell =
                     [&](const Finding &finding) {

@@ -38,8 +38,8 @@ std::unique_ptr<DirectOutput> DirectOutput::open(const std::string &path, int fd
 }
 
 DirectOutput::DirectOutput(int directFd, int fd)
-    : directFd_(directFd), fd_(fd), memory_(new (kAlignment) uint8_t[kBlocks * kBlockBytes]) {
-  for (size_t i = 0; i < kBlocks; ++i) free_.push_back(memory_.get() + i * kBlockBytes);
+    : directFd_(directFd), fd_(fd), memory_(new (kAlignment) uint8_t[kBlocks * (kBlockBytes + kRoomBytes)]) {
+  for (size_t i = 0; i < kBlocks; ++i) free_.push_back(memory_.get() + i * (kBlockBytes + kRoomBytes));
 }
 
 DirectOutput::~DirectOutput() {

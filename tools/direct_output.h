@@ -18,6 +18,7 @@ class DirectOutput {
  public:
   // Offsets in the file and lengths are whole numbers of these.
   static constexpr size_t kBlockBytes = size_t{1} << 20;
+  static constexpr size_t kRoomBytes = 8192;
 
   // For the file `path`, which `fd` has open. Null where the file system does not write that way, or there is no thread to
   // be had.
@@ -28,7 +29,7 @@ class DirectOutput {
   DirectOutput(const DirectOutput &) = delete;
   DirectOutput &operator=(const DirectOutput &) = delete;
 
-  // A block to be filled. Waits until there is one; throws Interrupted.
+  // A block to be filled, with room for kRoomBytes behind it. Waits until there is one; throws Interrupted.
   uint8_t *freeBlock();
 
   // Hand over a filled block, to be written at that offset.

@@ -59,6 +59,17 @@ HeaderParser::HeaderParser() {
 
 bool HeaderParser::parse(const uint8_t *bytes, FrameHeader &header) {
   if (bytes[0] != 0xFF || (bytes[1] & 0xF0) != 0xF0) return false;
+  const uint32_t word = uint32_t{bytes[0]} << 24 | uint32_t{bytes[1]} << 16 | uint32_t{bytes[2]} << 8 | bytes[3];
+  Known &known = known_[(word >> 9 & 1) | (word >> 3 & 6)];
+  if (known.word != word) {
+    if (!read(bytes, header)) return false;
+    known = {word, header};
+  }
+  header = known.header;
+  return true;
+}
+
+bool HeaderParser::read(const uint8_t *bytes, FrameHeader &header) {
   const int32_t length = NEB_mpeg_get1FrameSize(bytes, scratch_.get());
   if (length < 0) return false;
   header.version = (bytes[1] & 0x08) != 0 ? 1 : 2;

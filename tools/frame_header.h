@@ -3,6 +3,7 @@
 
 #include <qav.h>
 
+#include <array>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -27,6 +28,8 @@ struct FrameHeader {
   uint32_t channels;
   uint32_t frameBytes;    // header included
   uint32_t frameSamples;  // per channel
+
+  bool operator==(const FrameHeader &) const = default;
 };
 
 // Whether one stream of constant format may hold both. In step, a change of channels is tolerated to be judged apart.
@@ -46,7 +49,8 @@ const char *modeName(const FrameHeader &header);
 const char *emphasisName(const FrameHeader &header);
 std::string formatText(const FrameHeader &header);  // "MPEG-1 Layer II, 44100 Hz, 2 channels"
 
-// Reads headers with the library's parser.
+// Reads headers with the library's parser. A stream has the same few headers again and again, and each is looked at more
+// than once, so some are remembered.
 class HeaderParser {
  public:
   HeaderParser();
@@ -57,7 +61,14 @@ class HeaderParser {
   struct Term {
     void operator()(DecoderSession *session) const { zo_mpeg_Decode1FrameTerm(session); }
   };
+  struct Known {
+    uint32_t word = 0;  // the four bytes; 0: none
+    FrameHeader header{};
+  };
+  bool read(const uint8_t *bytes, FrameHeader &header);
+
   std::unique_ptr<DecoderSession, Term> scratch_;
+  std::array<Known, 8> known_;  // by what differs between the frames of a stream: padding and mode extension
 };
 
 }  // namespace qav::tool

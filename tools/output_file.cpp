@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cassert>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -97,7 +98,7 @@ void unclaim(const std::string &target) {
 OutputFile::OutputFile(const std::string &name, bool overwrite)
     : name_(name),
       overwrite_(overwrite),
-      buffer_(std::make_unique<uint8_t[]>(kBufferBytes)),
+      buffer_(std::make_unique<uint8_t[]>(kBufferBytes + kRoomBytes)),
       block_(buffer_.get()),
       blockBytes_(kBufferBytes) {
   if (name == "-") {
@@ -165,9 +166,15 @@ void OutputFile::discard() noexcept {
 
 void OutputFile::write(const void *data, size_t bytes) {
   auto from = static_cast<const uint8_t *>(data);
+  if (from == next()) {
+    assert(bytes <= kRoomBytes);
+    collected_ += bytes;
+    if (collected_ >= blockBytes_) passBlockOn();
+    return;
+  }
   while (bytes > 0) {
     const size_t n = std::min(bytes, blockBytes_ - collected_);
-    std::memcpy(block_ + collected_, from, n);
+    std::memcpy(next(), from, n);
     from += n;
     bytes -= n;
     collected_ += n;
@@ -175,17 +182,24 @@ void OutputFile::write(const void *data, size_t bytes) {
   }
 }
 
+// A full block, and perhaps some bytes in the room behind it, which go to the beginning of the next one.
 void OutputFile::passBlockOn() {
-  if (direct_ && direct_->isFast()) {
+  if (direct_ && !direct_->isFast()) return flush();
+  const uint8_t *const surplus = block_ + blockBytes_;
+  const size_t surplusBytes = collected_ - blockBytes_;
+  collected_ = blockBytes_;
+  if (direct_) {
     throwIfInterrupted();
     direct_->write(block_, passedOn_);
     passedOn_ += std::exchange(collected_, 0);
     block_ = direct_->freeBlock();
     if (const int error = direct_->error()) failWrite(name_, error);
-    return;
+  } else {
+    flush();
+    if (!temporary_.empty() && passedOn_ == kCachedBytes) beginDirect();
   }
-  flush();
-  if (!temporary_.empty() && passedOn_ == kCachedBytes) beginDirect();
+  std::memcpy(block_, surplus, surplusBytes);
+  collected_ = surplusBytes;
 }
 
 void OutputFile::beginDirect() {

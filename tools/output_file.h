@@ -24,6 +24,11 @@ class OutputFile {
   // Append; collected and written in large blocks. Throws Failure, Interrupted.
   void write(const void *data, size_t bytes);
 
+  // Where the next bytes will stand, with room for kRoomBytes of them. Up to so many that are made there, and then written
+  // from there, are not copied. Valid until the next call of another function.
+  static constexpr size_t kRoomBytes = DirectOutput::kRoomBytes;
+  uint8_t *next() { return block_ + collected_; }
+
   // Bytes appended so far.
   uint64_t size() const { return passedOn_ + collected_; }
 

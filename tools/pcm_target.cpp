@@ -1,5 +1,7 @@
 #include "tools/pcm_target.h"
 
+#include <qav.h>
+
 #include <bit>
 
 #include "tools/little_endian.h"
@@ -19,6 +21,13 @@ void FileTarget::write(const int16_t *samples, size_t frames) {
     wav_->write(samples, frames * channels_);
   else
     writeSamples(*out_, samples, frames * channels_);
+}
+
+static_assert(OutputFile::kRoomBytes >= QAV_MAX_FRAME_PCM_BYTES);
+
+int16_t *FileTarget::next() {
+  if (std::endian::native != std::endian::little || !out_ || out_->size() % sizeof(int16_t) != 0) return nullptr;
+  return reinterpret_cast<int16_t *>(out_->next());
 }
 
 void FileTarget::close() {

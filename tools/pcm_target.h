@@ -19,7 +19,12 @@ class PcmTarget {
   virtual ~PcmTarget() = default;
   virtual void open(uint32_t freqHz, uint32_t channels) = 0;
   virtual void write(const int16_t *samples, size_t frames) = 0;  // interleaved, in host byte order
-  virtual void close() = 0;                                       // everything is written
+
+  // Where the samples written next are to stand, with room for QAV_MAX_FRAME_PCM_BYTES: decoded there, they need not be
+  // copied. Null: they may be anywhere. Valid until the next call.
+  virtual int16_t *next() { return nullptr; }
+
+  virtual void close() = 0;  // everything is written
 };
 
 // A WAV file, or bare samples.
@@ -36,6 +41,7 @@ class FileTarget final : public PcmTarget {
 
   void open(uint32_t freqHz, uint32_t channels) override;
   void write(const int16_t *samples, size_t frames) override;
+  int16_t *next() override;
   void close() override;
 
   // Another file follows that the chunks behind the input's data will go into.

@@ -13,15 +13,21 @@ namespace qav::tool {
 
 namespace {
 
-void decodeAlone(MpegInput &input, const TakeDecoded &take) {
+// `next` says where the samples of a frame are best put; null: it does not matter.
+void decodeAlone(MpegInput &input, const TakeDecoded &take, const std::function<int16_t *()> &next) {
   FrameDecoder decoder;
-  std::array<int16_t, QAV_MAX_FRAME_PCM_BYTES / 2> pcm;
+  std::array<int16_t, QAV_MAX_FRAME_PCM_BYTES / 2> own;
   for (;;) {
     const Event &event = input.next();
-    const auto *frame = std::get_if<FrameEvent>(&event);
+    if (const auto *frame = std::get_if<FrameEvent>(&event)) {
+      int16_t *const best = next();
+      int16_t *const samples = best ? best : own.data();
+      take(event, decoder.decode(frame->data, frame->header.frameBytes, samples) ? samples : nullptr);
+      continue;
+    }
     // What the old format left in the filterbank does not belong to the new one.
     if (std::holds_alternative<FormatChangeEvent>(event)) decoder.restart();
-    take(event, frame && decoder.decode(frame->data, frame->header.frameBytes, pcm.data()) ? pcm.data() : nullptr);
+    take(event, nullptr);
     if (std::holds_alternative<EndEvent>(event)) return;
   }
 }
@@ -57,7 +63,7 @@ void decodeStream(MpegInput &input, StreamReport &report, const PcmReceiver &rec
       receiver.tell(*finding);
   };
   if (threads == 1)
-    decodeAlone(input, take);
+    decodeAlone(input, take, [&] { return hasBegun && receiver.next ? receiver.next() : nullptr; });
   else
     decodeStretches(input, std::min(threads, kMostThreads), take);
 }

@@ -56,6 +56,10 @@ void StretchJoiner::write(const int16_t *samples, size_t frames) {
     target_.write(samples, frames);
 }
 
+int16_t *StretchJoiner::next() {
+  return freqHz_ != 0 && !resampler_ && stretchChannels_ == channels_ ? target_.next() : nullptr;
+}
+
 void StretchJoiner::silence(uint64_t frames) {
   static constexpr std::array<int16_t, 2 * 1152> kSilence{};
   while (frames > 0) {

@@ -21,6 +21,7 @@ class StretchJoiner {
   // A stretch begins. The first one opens the target.
   void begin(uint32_t freqHz, uint32_t channels);
   void write(const int16_t *samples, size_t frames);
+  int16_t *next();  // as of the target; null where samples do not go there as they are
   void silence(uint64_t frames);
   void finish();  // closes the target, where one was opened
 

@@ -79,6 +79,27 @@ TEST(OutputFile, ALongOneIsWholeToo) {
   }
 }
 
+// Some are made where they will stand, behind bytes that come from elsewhere, and reach over the ends of blocks.
+TEST(OutputFile, BytesMadeInTheirPlaceAreWrittenAsWell) {
+  constexpr size_t kMade = 4608, kElsewhere = 44, kBlock = 1 << 20;
+  for (const size_t bytes : {size_t{300000}, 19 * kBlock + 12345}) {
+    const ScratchFolder folder;
+    const std::string expected = noise(bytes);
+    OutputFile out(folder / "a", false);
+    size_t at = 0, pieces = 0;
+    while (at < bytes) {
+      const bool isMade = ++pieces % 100 != 0;
+      const size_t n = std::min(isMade ? pieces % 97 == 0 ? OutputFile::kRoomBytes : kMade : kElsewhere, bytes - at);
+      if (isMade) std::copy_n(&expected[at], n, out.next());
+      out.write(isMade ? static_cast<const void *>(out.next()) : &expected[at], n);
+      at += n;
+      ASSERT_EQ(out.size(), at);
+    }
+    out.commit();
+    EXPECT_TRUE(contentOf(folder / "a") == expected) << bytes;
+  }
+}
+
 TEST(OutputFile, ALongOneMayBePatchedInItsMidst) {
   constexpr size_t kBytes = 20 << 20, kPatched = 10 << 20;
   const ScratchFolder folder;
