@@ -28,24 +28,11 @@ constexpr std::array<Quantizer, 17> quantizers = [] {
   return table;
 }();
 
-// The reciprocals of the scale factors: 2^(i/3 - 1); entry 63 meets nothing but zeros.
-constexpr std::array<float, 64> multipleR = [] {
-  constexpr double third[3] = {1.0, 1.2599210498948731648, 1.5874010519681994748};  // 2^(i/3)
-  std::array<float, 64> table{};
-  double octave = 0.5;
-  for (unsigned i = 0; i < 63; ++i) {
-    table[i] = float(octave * third[i % 3]);
-    if (i % 3 == 2) octave *= 2.0;
-  }
-  table[63] = 1.0e20f;
-  return table;
-}();
-
 // With x / scale in [-1, 1], d - 1 is the standard's A x / scale + B: its sign, inverted, and its fraction make the code.
 void quantizeSubbandPlainly(const float x[kSubbandSamples], const float r[kParts], const Quantizer &quantizer,
                             uint32_t codes[kSubbandSamples]) {
   for (uint32_t place = 0; place < kSubbandSamples; ++place) {
-    const float d = fusedProductPlusOne(x[place], r[place % kGranules / kPartGranules]) * quantizer.a;
+    const float d = productPlusOne(x[place], r[place % kGranules / kPartGranules]) * quantizer.a;
     const bool notNegative = d >= 1.0f;
     const int32_t code = int32_t((notNegative ? d - 1.0f : d) * quantizer.scale);
     codes[place] = uint32_t(code | (notNegative ? quantizer.sign : 0));
@@ -54,23 +41,11 @@ void quantizeSubbandPlainly(const float x[kSubbandSamples], const float r[kParts
 
 #if defined(__x86_64__)
 
-// x * r + 1 of two lanes, rounded to double. Lanes of `suspect` become other than 0 when that ended in the middle between
-// two floats: only then, and only if it was not exact, does the rounding to single precision err. It is exact for powers of
-// two r: a product too small for that leaves a sum too near to 1 for such a middle.
-NEB_INLINE Lanes<double, 2> productPlusOne(const Lanes<float, 4> &x, const Lanes<float, 4> &r,
-                                           Lanes<int32_t, 4> &suspect) {
-  using Ints = Lanes<int32_t, 4>;
-  const Lanes<double, 2> product = Lanes<double, 2>(_mm_cvtps_pd(x)) * Lanes<double, 2>(_mm_cvtps_pd(r));
-  const Lanes<double, 2> sum = product + 1.0;
-  // The 29 bits that a float has not are the low bits of the low word. The high word may raise a false alarm.
-  suspect |= (Ints(sum) << 3) == INT32_MIN;
-  return sum;
-}
+NEB_INLINE Lanes<double, 2> inDouble(const Lanes<float, 4> &v) { return Lanes<double, 2>(_mm_cvtps_pd(v)); }
 
-NEB_INLINE void productPlusOneRoundedTwice(Lanes<float, 4> &v, const Lanes<float, 4> &x, const Lanes<float, 4> &r,
-                                           Lanes<int32_t, 4> &suspect) {
-  const Lanes<double, 2> low = productPlusOne(x, r, suspect);
-  const Lanes<double, 2> high = productPlusOne(_mm_movehl_ps(x, x), _mm_movehl_ps(r, r), suspect);
+NEB_INLINE void productPlusOneByDoubles(Lanes<float, 4> &v, const Lanes<float, 4> &x, const Lanes<float, 4> &r) {
+  const Lanes<double, 2> low = inDouble(x) * inDouble(r) + 1.0;
+  const Lanes<double, 2> high = inDouble(_mm_movehl_ps(x, x)) * inDouble(_mm_movehl_ps(r, r)) + 1.0;
   v = _mm_movelh_ps(_mm_cvtpd_ps(low), _mm_cvtpd_ps(high));
 }
 
@@ -94,7 +69,7 @@ void II_subband_quantization(const ScaleIndices scaleIndex[2], const SubbandFram
     for (int32_t sb = 0; sb < frame.sblimit; ++sb) {
       if (allocation[ch][sb] == 0) continue;
       float r[kParts];
-      for (uint32_t part = 0; part < kParts; ++part) r[part] = multipleR[scaleIndex[ch][part][sb]];
+      for (uint32_t part = 0; part < kParts; ++part) r[part] = reciprocalScaleFactors[scaleIndex[ch][part][sb]];
       const AllocEntry &e = frame.allocTable[sb][allocation[ch][sb]];
       quantizeSubbandPlainly(sbSample[ch][sb], r, quantizers[e.quant], quantized[ch][sb]);
     }

@@ -1,7 +1,7 @@
 // Quantisation of the subband samples (ISO/IEC 11172-3 Annex C, clause C.1.5.2.8).
 #pragma once
 
-#include <bit>
+#include <array>
 #include <cstdint>
 
 #include "base/attributes.h"
@@ -11,22 +11,23 @@
 
 namespace qav {
 
-// x * r + 1 with one rounding, whether or not the CPU has an instruction for it.
-//
-// A product of two floats is exact in double precision. The sum is not always, and rounding it twice errs where the first
-// rounding ends just between two floats: there the error of the first rounding says which way the second must go. The
-// error is exact: either |x * r| < 1, or, as a product of 48 bits below 2^52, the sum is.
-NEB_INLINE float fusedProductPlusOne(float x, float r) {
-  const double product = double(x) * double(r);
-  const double sum = product + 1.0;
-  const double error = product - (sum - 1.0);
-  constexpr uint64_t kBelowFloat = (uint64_t(1) << 29) - 1;
-  constexpr uint64_t kHalf = uint64_t(1) << 28;
-  uint64_t bits = std::bit_cast<uint64_t>(sum);
-  if ((bits & kBelowFloat) == kHalf)
-    bits += uint64_t(error > 0.0) - uint64_t(error < 0.0);  // the sum is positive there
-  return float(std::bit_cast<double>(bits));
-}
+// The reciprocals of the scale factors: 2^(i/3 - 1); entry 63 meets nothing but zeros.
+inline constexpr std::array<float, 64> reciprocalScaleFactors = [] {
+  constexpr double third[3] = {1.0, 1.2599210498948731648, 1.5874010519681994748};  // 2^(i/3)
+  std::array<float, 64> table{};
+  double octave = 0.5;
+  for (unsigned i = 0; i < 63; ++i) {
+    table[i] = float(octave * third[i % 3]);
+    if (i % 3 == 2) octave *= 2.0;
+  }
+  table[63] = 1.0e20f;
+  return table;
+}();
+
+// x * r + 1 for one of these reciprocals. It is rounded twice and is nevertheless what a fused multiplication gives: with
+// none of the reciprocals does a product come so near to the middle between two floats, and miss it, that the first
+// rounding would end there. The tests look at all that come near.
+NEB_INLINE float productPlusOne(float x, float r) { return float(double(x) * double(r) + 1.0); }
 
 // Quantises every subband with an allocation; the others are left alone.
 using QuantizationFn = void (*)(const ScaleIndices scaleIndex[2], const SubbandFrame sbSample[2],

@@ -2,23 +2,21 @@
 //
 //   QAV_LEVEL   the name space of the level
 //   QAV_TARGET  the attribute of its functions
-//   QAV_FUSED   1 where fusedProductPlusOne() is an instruction; otherwise all is in double precision, and what that may
-//               have rounded twice is done again
+//   QAV_FUSED   1 where fusedProductPlusOne() is an instruction
 
 namespace QAV_LEVEL {
 
 template <int N>
 QAV_TARGET NEB_INLINE void quantizeLanes(const float *x, const Lanes<float, N> &r, const Quantizer &quantizer,
-                                         Lanes<int32_t, N> &suspect, uint32_t *codes) {
+                                         uint32_t *codes) {
   using Floats = Lanes<float, N>;
   using Ints = Lanes<int32_t, N>;
   Floats samples, v;
   std::memcpy(&samples, x, sizeof samples);
 #if QAV_FUSED
   fusedProductPlusOne(v, samples, r);
-  static_cast<void>(suspect);
 #else
-  productPlusOneRoundedTwice(v, samples, r, suspect);
+  productPlusOneByDoubles(v, samples, r);
 #endif
   const Floats d = v * quantizer.a;
   const Ints notNegative = d >= 1.0f;  // a comparison that holds is -1
@@ -34,26 +32,16 @@ QAV_TARGET NEB_INLINE void quantizeLanes(const float *x, const Lanes<float, N> &
 QAV_TARGET NEB_INLINE void quantizeSubband(const float x[kSubbandSamples], const float r[kParts],
                                            const Quantizer &quantizer, uint32_t codes[kSubbandSamples]) {
 #if QAV_FUSED
-  Lanes<int32_t, 4> suspect{};
-  Lanes<int32_t, 8> suspects{};
   const Lanes<float, 8> r01 = {r[0], r[0], r[0], r[0], r[1], r[1], r[1], r[1]};
   const Lanes<float, 4> r2 = Lanes<float, 4>{} + r[2];
   for (uint32_t i = 0; i < kSubbandSamples; i += kGranules) {
-    quantizeLanes<8>(x + i, r01, quantizer, suspects, codes + i);
-    quantizeLanes<4>(x + i + 8, r2, quantizer, suspect, codes + i + 8);
+    quantizeLanes<8>(x + i, r01, quantizer, codes + i);
+    quantizeLanes<4>(x + i + 8, r2, quantizer, codes + i + 8);
   }
 #else
-  constexpr uint32_t kMantissa = 0x7FFFFF;
-  Lanes<int32_t, 4> suspects{};
-  for (uint32_t part = 0; part < kParts; ++part) {
-    Lanes<int32_t, 4> suspect{};
+  for (uint32_t part = 0; part < kParts; ++part)
     for (uint32_t i = part * kPartGranules; i < kSubbandSamples; i += kGranules)
-      quantizeLanes<4>(x + i, Lanes<float, 4>{} + r[part], quantizer, suspect, codes + i);
-    suspects |= suspect & -int32_t((std::bit_cast<uint32_t>(r[part]) & kMantissa) != 0);
-  }
-  int32_t any[4];
-  std::memcpy(any, &suspects, sizeof any);
-  if ((any[0] | any[1] | any[2] | any[3]) != 0) quantizeSubbandPlainly(x, r, quantizer, codes);
+      quantizeLanes<4>(x + i, Lanes<float, 4>{} + r[part], quantizer, codes + i);
 #endif
 }
 
@@ -63,7 +51,7 @@ QAV_TARGET void quantize(const ScaleIndices scaleIndex[2], const SubbandFrame sb
     for (int32_t sb = 0; sb < frame.sblimit; ++sb) {
       if (allocation[ch][sb] == 0) continue;
       float r[kParts];
-      for (uint32_t part = 0; part < kParts; ++part) r[part] = multipleR[scaleIndex[ch][part][sb]];
+      for (uint32_t part = 0; part < kParts; ++part) r[part] = reciprocalScaleFactors[scaleIndex[ch][part][sb]];
       const Quantizer &quantizer = quantizers[frame.allocTable[sb][allocation[ch][sb]].quant];
       quantizeSubband(sbSample[ch][sb], r, quantizer, quantized[ch][sb]);
     }
