@@ -169,6 +169,18 @@ TEST(FrameDriver, AnyCountOfChannelsDoesNoHarm) {
   }
 }
 
+// A count that is negative as a signed number.
+TEST(FrameDriver, LessThanNoChannelsAreNoChannels) {
+  const std::vector<int16_t> pcm = test::mixedSignal(3, 2, 66);
+  const auto framesOf = [&](uint32_t channels) {
+    const Session s = create(48000, 128, channels, false);
+    return encodeAll(*s, pcm);
+  };
+  const std::vector<uint8_t> none = framesOf(0);
+  EXPECT_NE(none, framesOf(1));
+  for (const uint32_t channels : {0x80000000u, 0xFFFFFFFFu}) EXPECT_EQ(framesOf(channels), none) << channels;
+}
+
 TEST(FrameDriver, OptionsStandInTheHeader) {
   const uint32_t options[5] = {3, 1, 1, 2, 0};
   EncoderSession *raw = nullptr;
