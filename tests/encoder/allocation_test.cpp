@@ -10,6 +10,7 @@
 
 #include "tests/encoder/plain_allocation.h"
 #include "tests/support/guarded.h"
+#include "tests/support/one_in.h"
 #include "tests/support/random.h"
 
 namespace qav {
@@ -100,7 +101,7 @@ TEST_P(Allocation, EveryFrameFormatAgainstThePlainWalk) {
       for (const int32_t channels : {1, 2})
         for (const bool check : {false, true}) {
           const FrameParams frame = frameOf(hz, kbps, channels, check);
-          for (int round = 0; round < 100; ++round) {
+          for (uint32_t round = 0; round < 100; round += test::oneIn()) {
             const std::string where = "seed " + std::to_string(kSeed) + ", " + std::to_string(hz) + " Hz, " +
                                       std::to_string(kbps) + " kbit/s, " + std::to_string(channels) +
                                       " channels, round " + std::to_string(round);
@@ -118,7 +119,7 @@ TEST_P(Allocation, AnyRoomAgainstThePlainWalk) {
   const uint32_t seed = given != nullptr ? uint32_t(std::strtoul(given, nullptr, 10))
                         : full           ? uint32_t(std::random_device()())
                                          : 32;
-  const int rounds = full ? 2000000 : 20000;
+  const int rounds = full ? 2000000 : 20000 / int(test::oneIn());
   std::printf("seed %u, %d frames\n", seed, rounds);
   test::Random random(seed);
   for (int round = 0; round < rounds; ++round) {

@@ -11,6 +11,7 @@
 #include "format/alloc_tables.h"
 #include "format/scale_factors.h"
 #include "tests/support/guarded.h"
+#include "tests/support/one_in.h"
 #include "tests/support/random.h"
 
 namespace qav {
@@ -47,7 +48,7 @@ TEST(ProductPlusOne, RandomProducts) {
   SCOPED_TRACE(kSeed);
   test::Random random(kSeed);
   std::uniform_real_distribution<float> exponent(-140.0f, 30.0f), mantissa(-2.0f, 2.0f);
-  for (int i = 0; i < 2000000; ++i) {
+  for (uint32_t i = 0; i < 2000000; i += test::oneIn()) {
     const float r = reciprocalScaleFactors[random() % 63], scale = 1.0f / r;
     for (const float x : {mantissa(random) * scale,                        // what quantisation sees
                           mantissa(random) * std::exp2(exponent(random)),  // any magnitude

@@ -7,10 +7,11 @@
 
 #include "include/qav.h"
 #include "tests/endurance/expect.h"
+#include "tests/support/one_in.h"
 
 namespace {
 
-constexpr uint32_t kHandles = 1000, kThreads = 8, kRounds = 4;
+constexpr uint32_t kThreads = 8, kRounds = 4;
 constexpr uint32_t kBlockBytes = 4608;
 
 struct Job {
@@ -52,6 +53,7 @@ void finish(Job &job) { EXPECT(QAV_deleteHandle(job.encoder) == QAV_OK && QAV_de
 }  // namespace
 
 int main() {
+  const uint32_t handles = 1000 / qav::test::oneIn();
   constexpr uint32_t kDistinct = 30;  // signals repeat after 10, settings after 6
   std::vector<std::vector<uint8_t>> expected;
   for (uint32_t number = 0; number < kDistinct; ++number) {
@@ -63,23 +65,23 @@ int main() {
   }
   EXPECT(expected[0] != expected[1]);
 
-  std::vector<Job> jobs(kHandles);
-  for (uint32_t number = 0; number < kHandles; ++number) jobs[number] = makeJob(number);
+  std::vector<Job> jobs(handles);
+  for (uint32_t number = 0; number < handles; ++number) jobs[number] = makeJob(number);
   // A handle goes from thread to thread, but never to two at once.
   for (uint32_t round = 0; round < kRounds; ++round) {
     std::atomic<uint32_t> next = 0;
     std::vector<std::thread> threads;
     for (uint32_t t = 0; t < kThreads; ++t)
       threads.emplace_back([&] {
-        for (uint32_t number = next++; number < kHandles; number = next++) feed(jobs[number], number, round);
+        for (uint32_t number = next++; number < handles; number = next++) feed(jobs[number], number, round);
       });
     for (std::thread &thread : threads) thread.join();
   }
-  for (uint32_t number = 0; number < kHandles; ++number) {
+  for (uint32_t number = 0; number < handles; ++number) {
     EXPECT(jobs[number].decoded == expected[number % kDistinct]);
     finish(jobs[number]);
   }
-  std::printf("%u converters of each kind on %u threads, %u blocks each\n", unsigned(kHandles), unsigned(kThreads),
+  std::printf("%u converters of each kind on %u threads, %u blocks each\n", unsigned(handles), unsigned(kThreads),
               unsigned(kRounds));
   return 0;
 }
