@@ -27,13 +27,14 @@ struct Complaint {
 
 class Failure : public std::exception {
  public:
-  Failure(int exitStatus, Complaint c) : status(exitStatus), complaint(std::move(c)) {}
+  Failure(int exitStatus, Complaint c, std::string about = {}, bool notMpegAudio = false)
+      : status(exitStatus), complaint(std::move(c)), file(std::move(about)), isNotMpegAudio(notMpegAudio) {}
   const char *what() const noexcept override { return complaint.what.c_str(); }
 
   int status;
   Complaint complaint;
-  std::string file;             // that it is about, where that is not the input
-  bool isNotMpegAudio = false;  // the input was read, and is something else
+  std::string file;     // that it is about, where that is not the input
+  bool isNotMpegAudio;  // the input was read, and is something else
 };
 
 // An input or output that cannot be used.
@@ -43,16 +44,12 @@ class Failure : public std::exception {
 
 // An output that cannot be written; `file` as the command line names it.
 [[noreturn]] inline void failOutput(const std::string &file, std::string what, std::string remedy) {
-  Failure failure(kUnusable, {{}, std::move(what), std::move(remedy)});
-  failure.file = file == "-" ? "standard output" : file;
-  throw failure;
+  throw Failure(kUnusable, {{}, std::move(what), std::move(remedy)}, file == "-" ? "standard output" : file);
 }
 
 // An input that was read and is no MPEG audio that can be decoded.
 [[noreturn]] inline void failNotMpegAudio(std::string what, std::string remedy) {
-  Failure failure(kUnusable, {{}, std::move(what), std::move(remedy)});
-  failure.isNotMpegAudio = true;
-  throw failure;
+  throw Failure(kUnusable, {{}, std::move(what), std::move(remedy)}, {}, true);
 }
 
 // A command line that contradicts itself.
