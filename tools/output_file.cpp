@@ -172,6 +172,16 @@ void OutputFile::write(const void *data, size_t bytes) {
     if (collected_ >= blockBytes_) passBlockOn();
     return;
   }
+  if (bytes >= kBufferBytes && !direct_) {  // worth a call of its own, from where it lies
+    size_t n = bytes;
+    if (!temporary_.empty() && size() < kCachedBytes) n = std::min<uint64_t>(n, kCachedBytes - size());
+    flush();
+    writeAll(from, n);
+    passedOn_ += n;
+    if (!temporary_.empty() && passedOn_ == kCachedBytes) beginDirect();
+    from += n;
+    bytes -= n;
+  }
   while (bytes > 0) {
     const size_t n = std::min(bytes, blockBytes_ - collected_);
     std::memcpy(next(), from, n);

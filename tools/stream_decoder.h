@@ -12,7 +12,7 @@ namespace qav::tool {
 struct PcmReceiver {
   std::function<void(const Place &)> at = nullptr;           // of each frame, before what follows of it
   std::function<void(const FrameHeader &)> begin = nullptr;  // a stretch of one format begins
-  std::function<void(const int16_t *samples, size_t frames)> write = nullptr;
+  std::function<void(const int16_t *samples, size_t frames)> write = nullptr;  // of one frame or of several
   std::function<int16_t *()> next = nullptr;  // where to decode a frame of the stretch that has begun; null: anywhere
   std::function<void(uint64_t frames)> silence = nullptr;  // in place of lost frames
   std::function<void(const Finding &)> tell = nullptr;     // of each finding, in the order of the stream

@@ -139,9 +139,10 @@ class Decoding {
     const int16_t *samples = stretch.samples.data();
     for (const Event &event : stretch.events) {
       const auto *frame = std::get_if<FrameEvent>(&event);
-      take_(event, frame && *isGood++ ? samples : nullptr);
+      take_.take(event, frame && *isGood++ ? samples : nullptr);
       if (frame) samples += roomFor(frame->header);
     }
+    take_.settle();
     std::swap(previous_, stretch.decoder);
   }
 

@@ -16,9 +16,13 @@
 
 namespace qav::tool {
 
-// Takes the stream event by event, in its order and on the calling thread: each as the walker gave it, those of frames
-// with their samples, interleaved; null when the frame was refused.
-using TakeDecoded = std::function<void(const Event &event, const int16_t *samples)>;
+// Takes the stream event by event, in its order and on the calling thread.
+struct TakeDecoded {
+  // Each event as the walker gave it, those of frames with their samples, interleaved; null when the frame was refused.
+  // The samples of consecutive frames may lie one behind the other.
+  std::function<void(const Event &event, const int16_t *samples)> take;
+  std::function<void()> settle;  // the samples taken until now are about to be lost
+};
 
 // Decode everything on up to `threads` threads, this one included, to the same samples whatever their number. Throws what
 // the input and `take` throw, when everything before has been taken.

@@ -225,14 +225,16 @@ TEST(StretchDecoder, AFailureOfTheReceiverEndsTheWork) {
   for (const unsigned threads : {1u, 2u, 8u}) {
     MpegInput input(file, {.verifyChecks = false});
     StreamReport report;
-    int written = 0;
-    const auto write = [&](const int16_t *, size_t) {
-      if (++written == 300) throw std::runtime_error("the output broke");
+    size_t written = 0;  // frames
+    const auto write = [&](const int16_t *, size_t samples) {
+      written += samples / QAV_SAMPLES_PER_FRAME;
+      if (written >= 300) throw std::runtime_error("the output broke");
     };
     PcmReceiver receiver;
     receiver.write = write;
     EXPECT_THROW(decodeStream(input, report, receiver, threads), std::runtime_error);
-    EXPECT_EQ(written, 300);
+    EXPECT_GE(written, 300u);
+    EXPECT_LT(written, 500u);  // several frames may be written at once
   }
 }
 
