@@ -31,11 +31,17 @@ class LoudnessMeter {
 
   Loudness finish();  // once, after the last sample
 
+  // Samples of two channels, full scale being 1, on a line for each.
+  using SeparatePairs = void (*)(const int16_t *pairs, size_t count, float *left, float *right);
+
  private:
   template <typename Sample>
-  void addScaled(const Sample *samples, size_t frames, float scale);
+  void addSamples(const Sample *samples, size_t frames);
+  void separate(const int16_t *samples, size_t frames, float *const *lines) const;
+  void separate(const double *samples, size_t frames, float *const *lines) const;
 
   unsigned channels_;
+  SeparatePairs separatePairs_;
   KWeighting weighting_;
   LoudnessBlocks blocks_;
   TruePeak peak_;

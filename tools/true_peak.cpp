@@ -44,29 +44,33 @@ QAV_ALWAYS_INLINE float greatest(Floats v) {
 template <size_t kWidth, size_t kPairs, bool kQuarters>
 QAV_ALWAYS_INLINE float greatestOf(const PeakFilter &filter, const float *samples, size_t count, float peak) {
   typedef typename VectorOf<float, kWidth>::Type Floats;
-  for (const float *at = samples; at < samples + count; at += kWidth) {
+  constexpr size_t kGroup = TruePeak::kGroup;
+  Floats most{};
+  for (const float *group = samples; group < samples + count; group += kGroup) {
     // Of all samples that these places depend on.
-    Floats around = magnitudes(load<Floats>(at + kPairs));
-    for (const float *from = at - (kPairs - 1); from < at + kPairs; from += kWidth)
+    const float *const last = group + kGroup - kWidth + kPairs;
+    Floats around = magnitudes(load<Floats>(last));
+    for (const float *from = group - (kPairs - 1); from < last; from += kWidth)
       around = greater(around, magnitudes(load<Floats>(from)));
     if (greatest(around) * filter.greatestGain <= peak) continue;
-    Floats half{}, sums{}, differences{};
-    for (size_t pair = 0; pair < kPairs; ++pair) {
-      const Floats left = load<Floats>(at - pair), right = load<Floats>(at + 1 + pair);
-      const Floats sum = left + right;
-      half += filter.half[pair] * sum;
-      if (kQuarters) {
-        sums += filter.quarterSum[pair] * sum;
-        differences += filter.quarterDifference[pair] * (left - right);
+    for (const float *at = group; at < group + kGroup; at += kWidth) {
+      Floats half{}, sums{}, differences{};
+      for (size_t pair = 0; pair < kPairs; ++pair) {
+        const Floats left = load<Floats>(at - pair), right = load<Floats>(at + 1 + pair);
+        const Floats sum = left + right;
+        half += filter.half[pair] * sum;
+        if (kQuarters) {
+          sums += filter.quarterSum[pair] * sum;
+          differences += filter.quarterDifference[pair] * (left - right);
+        }
       }
+      most = greater(most, greater(magnitudes(load<Floats>(at)), magnitudes(half)));
+      // A quarter before and behind the middle are the sum and the difference of the two.
+      if (kQuarters) most = greater(most, magnitudes(sums) + magnitudes(differences));
     }
-    // A quarter before and behind the middle are the sum and the difference of the two.
-    Floats places = greater(magnitudes(load<Floats>(at)), magnitudes(half));
-    if (kQuarters) places = greater(places, magnitudes(sums) + magnitudes(differences));
-    const float found = greatest(places);
-    if (found > peak) peak = found;
   }
-  return peak;
+  const float found = greatest(most);
+  return found > peak ? found : peak;
 }
 
 template <size_t kWidth>
@@ -130,24 +134,14 @@ PeakFilter peakFilterFor(uint32_t freqHz) {
 TruePeak::TruePeak(uint32_t freqHz, unsigned channels, VectorLevel level)
     : filter_(peakFilterFor(freqHz)),
       interpolates_(freqHz < 192000),
-      channels_(channels),
       greatestOf_(greatestFor(level)),
       lines_(channels, std::vector<float>(kBefore + kBlock + kBehind)) {}
 
-void TruePeak::add(const float *samples, size_t frames) {
-  if (!interpolates_) {
-    for (size_t i = 0; i < frames * channels_; ++i) peak_ = std::max(peak_, std::fabs(samples[i]));
-    return;
-  }
-  while (frames > 0) {
-    const size_t n = std::min(frames, lines_[0].size() - filled_);
-    float *const left = lines_.front().data() + filled_, *const right = lines_.back().data() + filled_;
-    if (channels_ == 2)
-      for (size_t i = 0; i < n; ++i) left[i] = samples[2 * i], right[i] = samples[2 * i + 1];
-    else
-      std::copy_n(samples, n, left);
-    samples += n * channels_;
-    frames -= n;
+void TruePeak::add(const float *const *lines, size_t frames) {
+  for (size_t done = 0; done < frames;) {
+    const size_t n = std::min(frames - done, lines_[0].size() - filled_);
+    for (size_t c = 0; c < lines_.size(); ++c) std::copy_n(lines[c] + done, n, lines_[c].data() + filled_);
+    done += n;
     filled_ += n;
     if (filled_ == lines_[0].size()) look();
   }
@@ -155,15 +149,19 @@ void TruePeak::add(const float *samples, size_t frames) {
 
 void TruePeak::look() {
   for (std::vector<float> &line : lines_) {
-    peak_ = greatestOf_(filter_, line.data() + kBefore, kBlock, peak_);
+    if (interpolates_)
+      peak_ = greatestOf_(filter_, line.data() + kBefore, kBlock, peak_);
+    else
+      for (size_t i = kBefore; i < kBefore + kBlock; ++i) peak_ = std::max(peak_, std::fabs(line[i]));
     std::copy(line.end() - kBefore - kBehind, line.end(), line.begin());
   }
   filled_ = kBefore + kBehind;
 }
 
 void TruePeak::finish() {
-  const std::vector<float> silence((kBlock + kBehind) * channels_);
-  add(silence.data(), kBlock + kBehind);
+  const std::vector<float> silence(kBlock + kBehind);
+  const float *const lines[] = {silence.data(), silence.data()};
+  add(lines, silence.size());
 }
 
 }  // namespace qav::tool

@@ -26,25 +26,26 @@ class TruePeak {
  public:
   TruePeak(uint32_t freqHz, unsigned channels, VectorLevel level = widestVectors());
 
-  void add(const float *samples, size_t frames);  // interleaved
-  void finish();                                  // silence follows
+  void add(const float *const *lines, size_t frames);  // a line of samples for each channel
+  void finish();                                       // silence follows
 
   double peak() const { return static_cast<double>(peak_); }  // of the louder channel; 1 is full scale
 
-  // The greatest magnitude at and behind `count` samples, a multiple of 16, if it is greater than `peak`; otherwise `peak`.
+  static constexpr size_t kGroup = 32;  // samples that are looked at together, or passed over
+
+  // The greatest magnitude at and behind `count` samples, whole groups, if it is greater than `peak`; otherwise `peak`.
   // Samples before and behind them are read.
   using GreatestOf = float (*)(const PeakFilter &filter, const float *samples, size_t count, float peak);
 
  private:
   static constexpr size_t kBefore = PeakFilter::kMostPairs;  // samples that a place depends on
   static constexpr size_t kBehind = PeakFilter::kMostPairs;
-  static constexpr size_t kBlock = 1024;
+  static constexpr size_t kBlock = 32 * kGroup;
 
   void look();
 
   PeakFilter filter_;
   bool interpolates_;
-  unsigned channels_;
   GreatestOf greatestOf_;
   std::vector<std::vector<float>> lines_;  // by channel: samples before, the block, samples behind
   size_t filled_ = kBefore;

@@ -19,8 +19,14 @@ constexpr double kPi = std::numbers::pi;
 double measured(const std::vector<float> &samples, uint32_t freqHz, unsigned channels, size_t block,
                 VectorLevel level = widestVectors()) {
   TruePeak peak(freqHz, channels, level);
-  for (size_t at = 0; at < samples.size(); at += block * channels)
-    peak.add(samples.data() + at, std::min(block, (samples.size() - at) / channels));
+  const size_t frames = samples.size() / channels;
+  for (size_t at = 0; at < frames; at += block) {
+    std::vector<float> lines[2];
+    for (size_t i = at; i < std::min(at + block, frames); ++i)
+      for (unsigned c = 0; c < channels; ++c) lines[c].push_back(samples[i * channels + c]);
+    const float *const starts[] = {lines[0].data(), lines[1].data()};
+    peak.add(starts, lines[0].size());
+  }
   peak.finish();
   return peak.peak();
 }
