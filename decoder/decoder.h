@@ -1,5 +1,5 @@
 // Layer I and II frames into PCM, one session per stream. Its functions are public: zo_mpeg_Decode1Frame... and the
-// queries NEB_mpeg_... of include/qav.h, and NEB_inspectFrame() of include/qav_inspect.h.
+// queries NEB_mpeg_... of include/qav.h, and NEB_inspect...() of include/qav_inspect.h.
 #pragma once
 
 #include "base/cpu.h"

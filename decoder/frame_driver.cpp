@@ -3,6 +3,7 @@
 
 #include "decoder/bit_reader.h"
 #include "decoder/decoder_session.h"
+#include "decoder/inspect.h"
 #include "decoder/kernels.h"
 #include "decoder/sample_codes.h"
 #include "decoder/side_info.h"
@@ -12,8 +13,9 @@ namespace qav {
 namespace {
 
 // Decodes the frame whose header is in the session. A frame that runs out among its samples gives those of its complete
-// granules, and is refused all the same. `samples` receives the number of samples written, all channels together.
-uint32_t decFrame(DecoderSession &s, BitReader &bits, int16_t *out, uint32_t &samples) {
+// granules, and is refused all the same. `samples` receives the number of samples written, all channels together, and
+// `inspected`, if it is not null, the fields of a frame that is not refused; its header is there already.
+uint32_t decFrame(DecoderSession &s, BitReader &bits, int16_t *out, uint32_t &samples, NEB_InspectFrame *inspected) {
   const FrameParams &frame = s.frame;
   const bool layer1 = frame.layer == 1;
   samples = 0;
@@ -50,7 +52,12 @@ uint32_t decFrame(DecoderSession &s, BitReader &bits, int16_t *out, uint32_t &sa
   }
   for (int32_t ch = 0; ch < frame.channels; ++ch) s.synthesis[ch].advance(blocks);
   samples = uint32_t(32 * blocks * frame.channels);
-  return codes.granules == kGranules ? QAV_DECODE_OK : QAV_DECODE_REFUSED;
+  if (codes.granules != kGranules) return QAV_DECODE_REFUSED;
+  if (inspected != nullptr) {
+    describeSideInfo(check, side, place.bit, *inspected);
+    describeSamples(codes, *inspected, nullptr);
+  }
+  return QAV_DECODE_OK;
 }
 
 }  // namespace
@@ -76,9 +83,28 @@ uint32_t zo_mpeg_Decode1FrameWithoutHeader(DecoderSession *s, const uint8_t *pay
                                            uint32_t *outBytes) {
   BitReader bits(payload, payloadLen);
   uint32_t samples;
-  const uint32_t result = decFrame(*s, bits, out, samples);
+  const uint32_t result = decFrame(*s, bits, out, samples, nullptr);
   *outBytes = result == QAV_DECODE_OK ? samples * uint32_t(sizeof(int16_t)) : 0;
   return result;
+}
+
+uint32_t NEB_inspectDecode1Frame(DecoderSession *s, const uint8_t *data, uint32_t available, int16_t *out,
+                                 uint32_t *outBytes, NEB_InspectFrame *frame) {
+  *outBytes = 0;
+  const int32_t frameBytes = available < kHeaderBytes ? -1 : NEB_mpeg_get1FrameSize(data, s);
+  if (frameBytes >= 0 && uint32_t(frameBytes) <= available) {
+    *frame = {};
+    frame->header = s->frame;
+    if (s->frame.layer == 1) frame->header.allocTable = nullptr;  // it is that of an earlier frame
+    describeHeader(uint32_t(frameBytes), *frame);
+    BitReader bits(data + kHeaderBytes, uint32_t(frameBytes) - kHeaderBytes);
+    uint32_t samples;
+    if (decFrame(*s, bits, out, samples, frame) == QAV_DECODE_OK) {
+      *outBytes = samples * uint32_t(sizeof(int16_t));
+      return NEB_INSPECT_GOOD;
+    }
+  }
+  return NEB_inspectFrame(data, available, frame, nullptr);
 }
 
 }  // extern "C"

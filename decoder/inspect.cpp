@@ -1,9 +1,7 @@
 // The fields of one frame, read by the stages of the decoder, as include/qav_inspect.h hands them out.
-#include "include/qav_inspect.h"
+#include "decoder/inspect.h"
 
 #include "decoder/bit_reader.h"
-#include "decoder/sample_codes.h"
-#include "decoder/side_info.h"
 #include "format/format.h"
 
 namespace qav {
@@ -93,17 +91,38 @@ uint32_t inspectBody(const uint8_t *payload, NEB_InspectFrame &frame, NEB_Inspec
   BitReader::Place place;
   SideInfo side;
   const CheckWords check = readSideInfo(bits, place, header, side);
-  frame.checkGiven = check.given;
-  frame.checkComputed = check.computed;
+  describeSideInfo(check, side, place.bit, frame);
   frame.sideInfoWhole = bits.hasByteAt(place.lastRead) ? 1 : 0;
-  frame.allocationPartAt = kHeaderBits + (header.protection != 0 ? 16 : 0);
-  frame.samplesAt = frame.endAt = kHeaderBits + place.bit;
-  copySideInfo(side, frame);
-  placeSideInfo(frame);
   if (frame.sideInfoWhole == 0) return NEB_INSPECT_RUNS_OUT;
 
   FrameCodes codes;
-  (header.layer == 1 ? I_buffer_sample : II_buffer_sample)(bits, place.bit, side, header, codes);
+  (header.layer == 1 ? I_place_samples : II_place_samples)(bits, place.bit, side, header, codes);
+  if (wanted != nullptr) readCodeWords(bits, place.bit, codes);
+  describeSamples(codes, frame, wanted);
+  if (check.given != check.computed) return NEB_INSPECT_BAD_CHECK;
+  return codes.granules == kGranules ? NEB_INSPECT_GOOD : NEB_INSPECT_RUNS_OUT;
+}
+
+}  // namespace
+
+void describeHeader(uint32_t frameBytes, NEB_InspectFrame &frame) {
+  frame.frameBytes = frameBytes;
+  for (auto &channel : frame.scaleFactor)
+    for (auto &part : channel)
+      for (uint8_t &index : part) index = kNoScaleFactor;
+}
+
+void describeSideInfo(const CheckWords &check, const SideInfo &side, uint32_t bits, NEB_InspectFrame &frame) {
+  frame.checkGiven = check.given;
+  frame.checkComputed = check.computed;
+  frame.sideInfoWhole = 1;
+  frame.allocationPartAt = kHeaderBits + (frame.header.protection != 0 ? 16 : 0);
+  frame.samplesAt = frame.endAt = kHeaderBits + bits;
+  copySideInfo(side, frame);
+  placeSideInfo(frame);
+}
+
+void describeSamples(const FrameCodes &codes, NEB_InspectFrame &frame, NEB_InspectCodes *wanted) {
   frame.granules = uint32_t(codes.granules);
   frame.granuleBits = codes.granuleBits;
   frame.endAt += kGranules * codes.granuleBits;
@@ -111,11 +130,8 @@ uint32_t inspectBody(const uint8_t *payload, NEB_InspectFrame &frame, NEB_Inspec
   takeFields(codes, codes.single, 1, frame, wanted);
   takeFields(codes, codes.shortTriples, 3, frame, wanted);
   takeFields(codes, codes.longTriples, 3, frame, wanted);
-  if (check.given != check.computed) return NEB_INSPECT_BAD_CHECK;
-  return codes.granules == kGranules ? NEB_INSPECT_GOOD : NEB_INSPECT_RUNS_OUT;
 }
 
-}  // namespace
 }  // namespace qav
 
 using namespace qav;
@@ -130,10 +146,7 @@ extern "C" uint32_t NEB_inspectFrame(const uint8_t *data, uint32_t available, NE
     frame->header = {};
     return NEB_INSPECT_NO_HEADER;
   }
-  frame->frameBytes = uint32_t(frameBytes);
-  for (auto &channel : frame->scaleFactor)
-    for (auto &part : channel)
-      for (uint8_t &index : part) index = kNoScaleFactor;
+  describeHeader(uint32_t(frameBytes), *frame);
   if (frame->frameBytes > available) return NEB_INSPECT_INCOMPLETE;
   return inspectBody(data + kHeaderBytes, *frame, codes);
 }

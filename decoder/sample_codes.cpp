@@ -5,7 +5,7 @@
 namespace qav {
 namespace {
 
-// The make-up of a granule, put together field by field, and its words.
+// The make-up of a granule, put together field by field.
 class GranuleLayout {
  public:
   // Adds a field of `fieldBits` bits, 48 at most, read in pieces of which the last is `lastReadBits` long, and says in
@@ -19,16 +19,11 @@ class GranuleLayout {
     lastRead = granuleBits - lastReadBits;
   }
 
-  // When all fields were added: reads the granules from bit `start` on, and counts those whose every read begins inside
-  // the frame.
-  void read(BitReader &bits, uint32_t start, FrameCodes &codes) const {
-    bits.announce(start + kGranules * granuleBits);
-    for (int32_t i = 0; i < wordCount; ++i) {
-      for (int32_t g = 0; g < kGranules; ++g)
-        codes.words[i][g] = bits.wordAt(start + uint32_t(g) * granuleBits + wordStart[i]);
-      codes.wordBit[i] = uint16_t(wordStart[i]);
-    }
-
+  // When all fields were added, of a frame whose samples begin at bit `start`: also counts the granules whose every read
+  // begins inside the frame.
+  void finish(const BitReader &bits, uint32_t start, FrameCodes &codes) const {
+    for (int32_t i = 0; i < wordCount; ++i) codes.wordBit[i] = uint16_t(wordStart[i]);
+    codes.wordCount = wordCount;
     codes.granuleBits = granuleBits;
     codes.granules = kGranules;
     if (wordCount == 0) return;
@@ -47,7 +42,7 @@ class GranuleLayout {
 
 }  // namespace
 
-void I_buffer_sample(BitReader &bits, uint32_t start, const SideInfo &side, const FrameParams &frame,
+void I_place_samples(const BitReader &bits, uint32_t start, const SideInfo &side, const FrameParams &frame,
                      FrameCodes &codes) {
   GranuleLayout layout;
   for (int32_t sb = 0; sb < kSubbands; ++sb) {
@@ -60,10 +55,10 @@ void I_buffer_sample(BitReader &bits, uint32_t start, const SideInfo &side, cons
       codes.single.add(field);
     }
   }
-  layout.read(bits, start, codes);
+  layout.finish(bits, start, codes);
 }
 
-void II_buffer_sample(BitReader &bits, uint32_t start, const SideInfo &side, const FrameParams &frame,
+void II_place_samples(const BitReader &bits, uint32_t start, const SideInfo &side, const FrameParams &frame,
                       FrameCodes &codes) {
   GranuleLayout layout;
   for (int32_t sb = 0; sb < frame.sblimit; ++sb) {
@@ -77,7 +72,26 @@ void II_buffer_sample(BitReader &bits, uint32_t start, const SideInfo &side, con
       (entry.group == 1 ? codes.grouped : 3 * entry.bits <= 32 ? codes.shortTriples : codes.longTriples).add(field);
     }
   }
-  layout.read(bits, start, codes);
+  layout.finish(bits, start, codes);
+}
+
+void readCodeWords(BitReader &bits, uint32_t start, FrameCodes &codes) {
+  bits.announce(start + kGranules * codes.granuleBits);
+  for (int32_t i = 0; i < codes.wordCount; ++i)
+    for (int32_t g = 0; g < kGranules; ++g)
+      codes.words[i][g] = bits.wordAt(start + uint32_t(g) * codes.granuleBits + codes.wordBit[i]);
+}
+
+void I_buffer_sample(BitReader &bits, uint32_t start, const SideInfo &side, const FrameParams &frame,
+                     FrameCodes &codes) {
+  I_place_samples(bits, start, side, frame, codes);
+  readCodeWords(bits, start, codes);
+}
+
+void II_buffer_sample(BitReader &bits, uint32_t start, const SideInfo &side, const FrameParams &frame,
+                      FrameCodes &codes) {
+  II_place_samples(bits, start, side, frame, codes);
+  readCodeWords(bits, start, codes);
 }
 
 }  // namespace qav

@@ -36,6 +36,7 @@ struct FrameCodes {
   // [.][g] holds some fields of granule g, first bit on top. The places beyond twelve are of no meaning.
   alignas(64) uint64_t words[2 * 32][16];
   uint16_t wordBit[2 * 32];  // where in its granule a word begins
+  int32_t wordCount;
   uint32_t granuleBits;
 
   // By what is to be done with them: one codeword for the three samples of a granule (Layer II); one code (Layer I);
@@ -46,7 +47,14 @@ struct FrameCodes {
   int32_t granules;
 };
 
-// `start` is the bit at which the samples begin.
+// `start` is the bit at which the samples begin. The two steps: everything but the words, then these.
+void I_place_samples(const BitReader &bits, uint32_t start, const SideInfo &side, const FrameParams &frame,
+                     FrameCodes &codes);
+void II_place_samples(const BitReader &bits, uint32_t start, const SideInfo &side, const FrameParams &frame,
+                      FrameCodes &codes);
+void readCodeWords(BitReader &bits, uint32_t start, FrameCodes &codes);
+
+// Both.
 void I_buffer_sample(BitReader &bits, uint32_t start, const SideInfo &side, const FrameParams &frame,
                      FrameCodes &codes);
 void II_buffer_sample(BitReader &bits, uint32_t start, const SideInfo &side, const FrameParams &frame,

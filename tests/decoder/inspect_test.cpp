@@ -211,10 +211,46 @@ TEST(Inspect, EveryTruncationIsIncomplete) {
   }
 }
 
+// Decoding and inspecting in one go gives what both give alone. The sessions are in the same state.
+void expectTheSameInOneGo(DecoderSession *one, DecoderSession *other, const Bytes &bytes) {
+  const auto alone = inspect(bytes);
+  const auto decoded = decodeFrame(one, bytes);
+  NEB_InspectFrame frame;
+  std::memset(&frame, 0x5A, sizeof frame);
+  const auto exact = std::make_unique<uint8_t[]>(bytes.size());
+  std::copy(bytes.begin(), bytes.end(), exact.get());
+  Samples pcm(QAV_MAX_FRAME_PCM_BYTES / 2, kUntouched);
+  uint32_t outBytes = ~0u;
+  ASSERT_EQ(NEB_inspectDecode1Frame(other, exact.get(), uint32_t(bytes.size()), pcm.data(), &outBytes, &frame),
+            alone->result);
+  ASSERT_EQ(std::memcmp(&frame, &alone->frame, sizeof frame), 0);
+  ASSERT_EQ(outBytes, decoded.outBytes);
+  ASSERT_EQ(outBytes == 0, alone->result != NEB_INSPECT_GOOD);
+  ASSERT_EQ(pcm, decoded.pcm);
+}
+
+// Frames of both layers, good ones and others, go through the same two sessions.
+TEST(Inspect, DecodesInOneGo) {
+  const DecoderPtr one = makeDecoder(), other = makeDecoder();
+  for (const char *name : kStreams) {
+    SCOPED_TRACE(name);
+    size_t at = 0;
+    for (Bytes bytes : framesOf(readFile(name))) {
+      if (++at % 5 == 0) bytes.resize(bytes.size() / 2);
+      if (at % 7 == 0) bytes[bytes.size() / 3] ^= 0x10;
+      if (at % 11 == 0) bytes[4 + at % 40] ^= 0xFF;
+      if (at % 13 == 0) bytes[2] = 0xFF;
+      ASSERT_NO_FATAL_FAILURE(expectTheSameInOneGo(one.get(), other.get(), bytes)) << at;
+    }
+  }
+}
+
 // What it finds good is what the decoder accepts, and its fields lie where it says even in a damaged frame.
 void expectJudgedAsByTheDecoder(const Bytes &bytes) {
   const auto it = inspect(bytes);
-  const uint32_t decoded = decodeFrame(makeDecoder().get(), bytes).result;
+  const DecoderPtr session = makeDecoder();
+  ASSERT_NO_FATAL_FAILURE(expectTheSameInOneGo(session.get(), makeDecoder().get(), bytes));
+  const uint32_t decoded = decodeFrame(session.get(), bytes).result;
   switch (it->result) {
     case NEB_INSPECT_GOOD: ASSERT_EQ(decoded, uint32_t(QAV_DECODE_OK)); break;
     case NEB_INSPECT_INCOMPLETE: ASSERT_EQ(decoded, uint32_t(QAV_DECODE_INCOMPLETE)); return;
