@@ -16,9 +16,9 @@ Explainer::Explainer(const StreamFormat &format, const std::string &page, bool o
 void Explainer::add(const int16_t *samples, const uint8_t *frame, uint32_t frameBytes, uint64_t offset) {
   place_.offset = offset;
   FrameEvent event{place_, {}, frame, Check::none};
-  if (!parser_.parse(frame, event.header) || event.header.frameBytes != frameBytes ||
-      !readFrame(decoder_, event, *frame_))
-    fail("an encoded frame does not decode", "report this as an error of the encoder");
+  const bool isFrame = parser_.parse(frame, event.header) && event.header.frameBytes == frameBytes;
+  if (isFrame) readFrame(decoder_, event, *frame_);
+  if (!isFrame || !frame_->isGood()) fail("an encoded frame does not decode", "report this as an error of the encoder");
   model_.analyse(*frame_, samples);
   meter_.add(frame_->pcm.data(), event.header.frameSamples);
   stream_.observe(event);

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <qav.h>
+#include <qav_inspect.h>
 
 #include <memory>
 #include <new>
@@ -26,6 +27,12 @@ class FrameDecoder {
     uint32_t outBytes = 0, consumed = 0;
     return zo_mpeg_Decode1Frame(session_.get(), data, static_cast<uint32_t>(bytes), samples, &outBytes, &consumed) ==
            QAV_DECODE_OK;
+  }
+
+  // The same, and what is in the frame. Returns NEB_INSPECT_...
+  uint32_t inspect(const uint8_t *data, size_t bytes, int16_t *samples, NEB_InspectFrame &fields) {
+    uint32_t outBytes = 0;
+    return NEB_inspectDecode1Frame(session_.get(), data, static_cast<uint32_t>(bytes), samples, &outBytes, &fields);
   }
 
  private:

@@ -24,7 +24,7 @@ bool FrameReader::readOn() {
     InspectedEvent &found = source_.next();
     report_.observe(found.event);
     if (const auto *frame = std::get_if<FrameEvent>(&found.event)) {
-      if (!found.isDecoded) report_.observeRefusal(*frame);
+      if (!found.frame->isGood()) report_.observeRefusal(*frame);
       std::swap(found.frame, following_);
       hasFollowing_ = true;
       return true;

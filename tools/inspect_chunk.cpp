@@ -55,7 +55,7 @@ void ChunkReader::readAhead() {
   if (!frame) return;
   if (!std::exchange(inFormat_, true)) decoder_.restart();
   if (!ahead_.frame) ahead_.frame = std::make_unique<InspectedFrame>();
-  ahead_.isDecoded = readFrame(decoder_, *frame, *ahead_.frame);
+  readFrame(decoder_, *frame, *ahead_.frame);
   frame->data = ahead_.frame->data.data();
 }
 

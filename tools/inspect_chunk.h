@@ -17,7 +17,6 @@ namespace qav::tool {
 struct InspectedEvent {
   Event event;
   std::unique_ptr<InspectedFrame> frame;  // of a FrameEvent, whose bytes are in it
-  bool isDecoded;                         // the frame, not counting as silence
 };
 
 struct InspectChunk {

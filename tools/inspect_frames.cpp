@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
-#include <limits>
 #include <new>
 
 #include "tools/layer2_encoder.h"
@@ -14,9 +13,6 @@ namespace {
 
 // What the model says of digital silence is far below; no signal of 16 bits comes near.
 constexpr float kSilenceDb = -300.0f;
-
-constexpr int16_t kLeastSample = std::numeric_limits<int16_t>::min();
-constexpr int16_t kGreatestSample = std::numeric_limits<int16_t>::max();
 
 std::array<uint32_t, kFrameParts> bitsOfParts(const NEB_InspectFrame &f) {
   const uint32_t all = 8 * f.frameBytes;
@@ -42,31 +38,6 @@ std::array<float, 32> bitsOfBands(const NEB_InspectFrame &f, unsigned channel) {
     bits[sb] = static_cast<float>(own) + static_cast<float>(shared) * (isShared ? 0.5f : 1.0f);
   }
   return bits;
-}
-
-void separateChannels(const int16_t *interleaved, size_t channels, size_t count, int16_t *left, int16_t *right) {
-  if (channels == 1)
-    std::copy_n(interleaved, count, left);
-  else
-    for (size_t i = 0; i < count; ++i) left[i] = interleaved[2 * i], right[i] = interleaved[2 * i + 1];
-}
-
-WaveLevels levelsOf(const int16_t *samples, size_t count) {
-  WaveLevels levels{kGreatestSample, kLeastSample, 0, 0};
-  // Halves of squares add up in 32 bits, so that as many as a frame has may be added side by side.
-  uint32_t low = 0, high = 0;
-  for (size_t i = 0; i < count; ++i) {
-    const int16_t x = samples[i];
-    levels.least = std::min(levels.least, x);
-    levels.greatest = std::max(levels.greatest, x);
-    const auto square = static_cast<uint32_t>(int32_t{x} * x);
-    low += square & 0xFFFF;
-    high += square >> 16;
-  }
-  levels.energy = (uint64_t{high} << 16) + low;
-  if (levels.least > kLeastSample && levels.greatest < kGreatestSample) return levels;
-  for (size_t i = 0; i < count; ++i) levels.clipped += samples[i] == kLeastSample || samples[i] == kGreatestSample;
-  return levels;
 }
 
 // Signal to quantisation noise in dB of what a Layer II frame codes in a subband (ISO/IEC 11172-3 Table C.5).
@@ -118,24 +89,22 @@ void MaskingModel::analyseChannel(InspectedFrame &frame, unsigned channel, const
   frame.hasModel = true;
 }
 
-bool readFrame(FrameDecoder &decoder, const FrameEvent &event, InspectedFrame &frame) {
+void readFrame(FrameDecoder &decoder, const FrameEvent &event, InspectedFrame &frame) {
   frame.place = event.place;
   frame.header = event.header;
   frame.hasModel = false;
   std::memcpy(frame.data.data(), event.data, event.header.frameBytes);
-  frame.result = NEB_inspectFrame(event.data, event.header.frameBytes, &frame.fields, nullptr);
+  frame.result = decoder.inspect(event.data, event.header.frameBytes, frame.pcm.data(), frame.fields);
   frame.bits = bitsOfParts(frame.fields);
   for (unsigned c = 0; c < 2; ++c) frame.bandBits[c] = bitsOfBands(frame.fields, c);
   const size_t channels = event.header.channels, count = event.header.frameSamples;
-  const bool isDecoded = decoder.decode(event.data, event.header.frameBytes, frame.pcm.data());
-  if (!isDecoded) std::fill_n(frame.pcm.begin(), count * channels, int16_t{0});
+  if (!frame.isGood()) std::fill_n(frame.pcm.begin(), count * channels, int16_t{0});
   separateChannels(frame.pcm.data(), channels, count, frame.samples[0].data(), frame.samples[1].data());
   for (size_t c = 0; c < channels; ++c)
     for (size_t point = 0; point < kWavePoints; ++point) {
       const size_t from = count * point / kWavePoints, to = count * (point + 1) / kWavePoints;
       frame.wave[c][point] = levelsOf(frame.samples[c].data() + from, to - from);
     }
-  return isDecoded;
 }
 
 }  // namespace qav::tool

@@ -15,6 +15,7 @@
 #include "tools/frame_decoder.h"
 #include "tools/loudness.h"
 #include "tools/stream_report.h"
+#include "tools/wave_levels.h"
 
 namespace qav::tool {
 
@@ -23,13 +24,6 @@ enum class FramePart { header, checkWord, allocation, selection, scaleFactors, s
 inline constexpr size_t kFrameParts = 7;
 
 inline constexpr size_t kWavePoints = 8;  // of a frame
-
-// A stretch of one channel's samples.
-struct WaveLevels {
-  int16_t least, greatest;
-  uint32_t clipped;  // at either end of the range
-  uint64_t energy;   // sum of the squares
-};
 
 // In decibels; where there is no value.
 inline constexpr float kNoLevel = -std::numeric_limits<float>::infinity();
@@ -65,8 +59,8 @@ struct InspectedStream {
   std::optional<uint64_t> bytes;
 };
 
-// Takes a frame apart and decodes it; false when it does not decode, which counts as silence. The model is left out.
-bool readFrame(FrameDecoder &decoder, const FrameEvent &event, InspectedFrame &frame);
+// Takes a frame apart and decodes it. One that is not good counts as silence. The model is left out.
+void readFrame(FrameDecoder &decoder, const FrameEvent &event, InspectedFrame &frame);
 
 // The psychoacoustic model of one stream. Decoded samples are late by the codec's delay, so those that a frame was made of
 // are complete only with the next frame's.
