@@ -9,6 +9,7 @@
 #include "tools/batch.h"
 #include "tools/command_line.h"
 #include "tools/frame_reader.h"
+#include "tools/frame_shift.h"
 #include "tools/inspect_against.h"
 #include "tools/inspect_csv.h"
 #include "tools/inspect_page.h"
@@ -34,13 +35,18 @@ int statusOf(const FrameReader &reader) { return reader.report().verdict() == Ve
 // Another stream that keeps step with the one that is inspected.
 class Comparison {
  public:
-  Comparison(const std::string &file, const InspectRange &range, unsigned threads)
-      : file_(file), reader_(file, {.threads = threads}), against_(range), next_(reader_.next()) {}
+  Comparison(const std::string &file, const std::string &other, const InspectRange &range, unsigned threads)
+      : other_(other),
+        reader_(other, {.threads = threads}),
+        shift_(findFrameShift(file, other)),
+        against_(range, shift_),
+        next_(reader_.next()) {}
 
   // Of the first stream, in ascending order.
   void add(const InspectedFrame &frame) {
-    while (next_ && next_->place.frame < frame.place.frame) addOwn();
-    const bool isPair = next_ && next_->place.frame == frame.place.frame;
+    const auto number = static_cast<int64_t>(frame.place.frame);
+    while (next_ && numberOfNext() < number) addOwn();
+    const bool isPair = next_ && numberOfNext() == number;
     against_.add(&frame, isPair ? next_ : nullptr);
     if (isPair) next_ = reader_.next();
   }
@@ -51,25 +57,28 @@ class Comparison {
   int status() const { return statusOf(reader_); }
   std::string text() const { return against_.text(); }
   Json json(const InspectReport &report, const InspectedStream &stream, const ArrayWriter &array) const {
-    return against_.json(file_, status(), reader_.stream(), report.columns(), report.endFrame(stream), array);
+    return against_.json(other_, status(), reader_.stream(), report.columns(), report.endFrame(stream), array);
   }
 
  private:
+  // In the first stream.
+  int64_t numberOfNext() const { return static_cast<int64_t>(next_->place.frame) + shift_; }
   void addOwn() {
     against_.add(nullptr, next_);
     next_ = reader_.next();
   }
 
-  std::string file_;
+  std::string other_;
   FrameReader reader_;
+  int64_t shift_;
   InspectAgainst against_;
   const InspectedFrame *next_;
 };
 
-std::optional<Comparison> comparisonFor(const InspectOptions &options, unsigned threads) {
+std::optional<Comparison> comparisonFor(const std::string &file, const InspectOptions &options, unsigned threads) {
   if (options.against.empty()) return std::nullopt;
   try {
-    return std::make_optional<Comparison>(options.against, options.range, threads);
+    return std::make_optional<Comparison>(file, options.against, options.range, threads);
   } catch (const Failure &failure) {
     throw Failure(failure.status,
                   {"--against " + displayName(options.against), failure.complaint.what, failure.complaint.remedy});
@@ -78,8 +87,8 @@ std::optional<Comparison> comparisonFor(const InspectOptions &options, unsigned 
 
 int inspectOne(Job &job, const InspectOptions &options, const std::string &outputName) {
   FrameReader reader(job.input(), {.estimateMasking = true, .threads = job.threads()});
-  // The first stream may take two threads, the other one what is left.
-  std::optional<Comparison> comparison = comparisonFor(options, job.threads() > 2 ? 2 : 1);
+  // The other stream takes no model.
+  std::optional<Comparison> comparison = comparisonFor(job.input(), options, job.threads() > 2 ? 2 : 1);
   // Before the work, so that a report that cannot be written costs none.
   std::optional<OutputFile> page;
   if (!outputName.empty()) page.emplace(outputName, options.force);

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdlib>
 #include <cstring>
 #include <limits>
 
@@ -155,9 +156,15 @@ InspectAgainst::Column &InspectAgainst::columnOf(const InspectedFrame &frame) {
   return columns_[index];
 }
 
+bool InspectAgainst::isInRange(const InspectedFrame *a, const InspectedFrame *b) const {
+  if (a) return range_.holds(*a);
+  const double frameSeconds = static_cast<double>(b->header.frameSamples) / b->header.freqHz;
+  return range_.holds(*b, b->place.seconds + static_cast<double>(shift_) * frameSeconds);
+}
+
 void InspectAgainst::add(const InspectedFrame *a, const InspectedFrame *b) {
   if (b) headB_.add(*b);
-  if (!range_.holds(a ? *a : *b)) return;
+  if (!isInRange(a, b)) return;
   if (!b) {
     ++onlyInA_;
     columnOf(*a);
@@ -216,7 +223,11 @@ void InspectAgainst::fold(size_t columns) {
 }
 
 std::string InspectAgainst::text() const {
-  std::string text = fmt::format(
+  std::string text;
+  if (shift_ != 0)
+    text = fmt::format("the second begins {} {}; ", counted(static_cast<uint64_t>(std::abs(shift_)), "frame"),
+                       shift_ > 0 ? "later" : "sooner");
+  text += fmt::format(
       "{} compared, {}", counted(compared_, "frame"),
       differing_ == 0 ? "none differs" : fmt::format("{} differ{}", differing_, differing_ == 1 ? "s" : ""));
   if (onlyInA_ > 0) text += fmt::format(", {} missing from the second", onlyInA_);
@@ -235,6 +246,7 @@ Json InspectAgainst::json(const std::string &fileB, int statusB, const Inspected
   json["stream"] = {{"file", toUtf8(fileB)}};
   json["stream"].update(streamB.report.json(statusB));
   json["head"] = headB_.json(streamB);
+  json["frameShift"] = shift_;
   json["framesCompared"] = compared_;
   json["framesDiffering"] = differing_;
   json["onlyInA"] = onlyInA_;
@@ -247,9 +259,13 @@ Json InspectAgainst::json(const std::string &fileB, int statusB, const Inspected
       const FieldDifference &one = first_->fields[i];
       fields.push_back({{"field", one.field}, {"a", one.a}, {"b", one.b}});
     }
-    json["first"] = {{"frame", first_->a.frame},    {"seconds", first_->a.seconds},
-                     {"offsetA", first_->a.offset}, {"offsetB", first_->b.offset},
-                     {"fields", std::move(fields)}, {"fieldsOmitted", first_->fields.size() - shown}};
+    json["first"] = {{"frame", first_->a.frame},
+                     {"frameB", first_->b.frame},
+                     {"seconds", first_->a.seconds},
+                     {"offsetA", first_->a.offset},
+                     {"offsetB", first_->b.offset},
+                     {"fields", std::move(fields)},
+                     {"fieldsOmitted", first_->fields.size() - shown}};
   }
 
   const size_t count = columns.grid().count(endFrame);

@@ -23,7 +23,8 @@ std::vector<FieldDifference> fieldDifferences(const InspectedFrame &a, const Ins
 
 class InspectAgainst {
  public:
-  explicit InspectAgainst(InspectRange range) : range_(range) {}
+  // `shift`: what is added to the frame numbers of the second stream.
+  InspectAgainst(InspectRange range, int64_t shift) : range_(range), shift_(shift) {}
 
   // Frames of the same number, in ascending order; null: this stream has none of this number.
   void add(const InspectedFrame *a, const InspectedFrame *b);
@@ -63,7 +64,10 @@ class InspectAgainst {
   Column &columnOf(const InspectedFrame &frame);
   void fold(size_t columns);
 
+  bool isInRange(const InspectedFrame *a, const InspectedFrame *b) const;
+
   InspectRange range_;
+  int64_t shift_;
   InspectHead headB_;
   std::optional<ColumnGrid> grid_;
   std::vector<Column> columns_;

@@ -31,8 +31,8 @@ Json bytesAround(std::ifstream &in, uint64_t offset) {
 
 }  // namespace
 
-bool InspectRange::holds(const InspectedFrame &frame) const {
-  return frame.place.seconds < to && frame.place.seconds + secondsOf(frame.header) > from;
+bool InspectRange::holds(const InspectedFrame &frame, double seconds) const {
+  return isWhole() || (seconds < to && seconds + secondsOf(frame.header) > from);
 }
 
 double secondsOfFrame(uint64_t frame, const StreamReport &report) {

@@ -20,7 +20,8 @@ struct InspectRange {
   double to = std::numeric_limits<double>::infinity();
 
   // Frames that begin before the end, and end behind the start.
-  bool holds(const InspectedFrame &frame) const;
+  bool holds(const InspectedFrame &frame) const { return holds(frame, frame.place.seconds); }
+  bool holds(const InspectedFrame &frame, double seconds) const;  // if it began then
   bool isWhole() const { return from == 0.0 && to == std::numeric_limits<double>::infinity(); }
 };
 

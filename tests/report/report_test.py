@@ -11,6 +11,7 @@ STEREO = data("l2_stereo_44k_192_crc.mp2")
 FRAMES = list(layer2.frames(STEREO))
 JOINT = data("l2_joint_48k_64_crc.mp2")
 MONO = data("l2_mono_lsf_22k_56.mp2")
+FRAMES_OF_MONO = list(layer2.frames(MONO))
 SECONDS = 1152 / 44100  # of a frame of STEREO
 
 
@@ -497,6 +498,8 @@ class Long(ReportTest):
         copies = 10001 // 30 + 1
         self.open(STEREO * copies)
         frames = 30 * copies
+        verdict = self.run_script("return document.querySelector('#verdict').textContent")
+        self.assertEqual(verdict, f"Good: {frames:,} frames without damage.".replace(",", "\u202f"))
         self.assertTrue(self.text("#timeline .note").startswith("Each column is 38 frames, about a second."))
         self.keys("Home", "ArrowRight")
         self.assertIn("frames 38 to 75", self.text(".here"))
@@ -537,6 +540,14 @@ class Against(ReportTest):
         self.assertRegex(self.text("#lane-against-snr .reading"), r"^\d+ dB$")
         self.click_on(".first-difference button")
         self.assertEqual(self.text("#frame-title"), "Frame 12")
+
+    def test_a_cut_copy(self):
+        self.open(MONO, "--against", self.put("b.mp2", MONO[FRAMES_OF_MONO[5].offset :]))
+        self.assertEqual(self.text("#against-verdict"), "None of 25 frames compared differs; 5 frames only in this stream.")
+        self.assertEqual(
+            self.text("#against-shift"),
+            "The other stream begins 5 frames later: its frame 0 is compared with frame 5 of this one.",
+        )
 
 
 if __name__ == "__main__":

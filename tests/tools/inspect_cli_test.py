@@ -331,17 +331,55 @@ class Against(InspectTest):
 
     def test_fields_that_cannot_hide(self):
         frames = frames_of(STEREO)
-        shifted = b"".join(frames[1:])
-        against = self.against(STEREO, shifted)
-        self.assertEqual((against["framesCompared"], against["onlyInA"], against["onlyInB"]), (29, 1, 0))
-        a, b = itertools.islice(layer2.frames(STEREO), 2)
+        backwards = b"".join(reversed(frames))
+        against = self.against(STEREO, backwards)
+        self.assertEqual((against["framesCompared"], against["framesDiffering"]), (30, 30))
+        a, *_, b = layer2.frames(STEREO)
         fields = {f["field"]: (f["a"], f["b"]) for f in against["first"]["fields"]}
         for ch, sb in itertools.product(range(2), range(30)):
             name = "allocation, subband %d, channel %d" % (sb, ch)
             self.assertEqual(name in fields, a.levels[ch][sb] != b.levels[ch][sb])
             texts = tuple("%d levels" % f.levels[ch][sb] if f.levels[ch][sb] else "nothing" for f in (a, b))
             self.assertEqual(fields.get(name, texts), texts)
-        self.assertEqual(self.against(shifted, STEREO)["onlyInB"], 1)
+
+    def test_a_cut_copy_is_found_again(self):
+        frames = frames_of(STEREO)
+        whole, cut = STEREO, bytearray(b"".join(frames[7:]))
+        cut[len(b"".join(frames[7:20])) + 3] ^= 0x04  # the original bit of frame 20
+        # A changed bit is damage too where there are check words.
+        later = self.against(whole, bytes(cut), status=3)
+        names = ("frameShift", "framesCompared", "onlyInA", "onlyInB")
+        self.assertEqual([later[name] for name in names], [7, 23, 7, 0])
+        first = later["first"]
+        self.assertEqual((first["frame"], first["frameB"]), (20, 13))
+        self.assertEqual(first["offsetA"] - first["offsetB"], len(b"".join(frames[:7])))
+        self.assertEqual([i for i, n in enumerate(later["lanes"]["differs"]["data"]) if n], [20])
+        text = self.qav("inspect", "a.mp2", "--against", "b.mp2").out.decode()
+        self.assertIn("the second begins 7 frames later; 23 frames compared, 1 differs, 7 missing from the second", text)
+        sooner = self.against(bytes(cut), whole, status=3)
+        self.assertEqual([sooner[name] for name in names], [-7, 23, 0, 7])
+        self.assertEqual((sooner["first"]["frame"], sooner["first"]["frameB"]), (13, 20))
+        # A part of it.
+        self.put("b.mp2", bytes(cut))
+        part = self.inspect(whole, "--against", "b.mp2", "--to", "0.2", status=3)["against"]
+        self.assertEqual([part[name] for name in names], [7, 1, 7, 0])
+
+    def test_what_agrees_as_numbered_is_not_shifted(self):
+        frames = frames_of(STEREO)
+        # The same programme again and again, the other one without its first frames' flags.
+        other = bytearray(STEREO * 3)
+        for i in range(2):
+            other[len(b"".join(frames[:i])) + 3] ^= 0x04
+        self.assertEqual(self.against(STEREO * 3, bytes(other), status=3)["frameShift"], 0)
+        # Silence is everywhere.
+        quiet = self.against(TINY * 20 + JOINT, TINY * 50 + JOINT, status=3)
+        self.assertEqual((quiet["frameShift"], quiet["onlyInB"]), (-30, 30))
+        self.assertEqual(self.against(TINY * 30, TINY * 40)["frameShift"], 0)
+
+    def test_a_pipe_is_compared_from_its_start(self):
+        self.put("b.mp2", b"".join(frames_of(STEREO)[5:]))
+        result = self.qav("inspect", "--json", "-", "--against", "b.mp2", input=STEREO)
+        self.assertEqual(json.loads(result.out)["against"]["frameShift"], 0)
 
     def test_two_bitrates_of_one_programme(self):
         pcm = data("enc_stereo_44k_192_crc.s16")

@@ -103,15 +103,29 @@
 
   function verdict({ framesCompared, framesDiffering, onlyInA, onlyInB }) {
     if (!framesDiffering && !onlyInA && !onlyInB) return "Every frame is the same, bit for bit.";
-    const words = [`${qav.number(framesDiffering)} of ${qav.count(framesCompared, "frame")} compared differ`];
+    const compared = `${qav.count(framesCompared, "frame")} compared`;
+    const words = [
+      framesDiffering ? `${qav.number(framesDiffering)} of ${compared} differ` : `none of ${compared} differs`,
+    ];
     if (onlyInA) words.push(`${qav.count(onlyInA, "frame")} only in this stream`);
     if (onlyInB) words.push(`${qav.count(onlyInB, "frame")} only in the other`);
-    return words.join("; ") + ".";
+    const text = words.join("; ") + ".";
+    return text[0].toUpperCase() + text.slice(1);
   }
 
-  function firstDifference({ frame, seconds, offsetA, offsetB, fields, fieldsOmitted }, goTo) {
+  function shiftText(shift) {
+    const there = Math.max(-shift, 0);
+    const here = Math.max(shift, 0);
+    return (
+      `The other stream begins ${qav.count(Math.abs(shift), "frame")} ${shift > 0 ? "later" : "sooner"}: ` +
+      `its frame ${qav.number(there)} is compared with frame ${qav.number(here)} of this one.`
+    );
+  }
+
+  function firstDifference({ frame, frameB, seconds, offsetA, offsetB, fields, fieldsOmitted }, goTo) {
     const link = qav.html("button", { type: "button", class: "link", onclick: () => goTo(frame) }, qav.number(frame));
-    const bytes = `byte ${qav.number(offsetA)} here, ${qav.number(offsetB)} there`;
+    const there = frameB === frame ? "" : `frame ${qav.number(frameB)}, byte `;
+    const bytes = `byte ${qav.number(offsetA)} here, ${there}${qav.number(offsetB)} there`;
     const words = qav.html(
       "p",
       null,
@@ -136,6 +150,7 @@
     section.append(
       qav.html("div", { class: "section-head" }, title),
       qav.html("p", { class: "lead", id: "against-verdict" }, verdict(against)),
+      against.frameShift ? qav.html("p", { id: "against-shift" }, shiftText(against.frameShift)) : "",
       against.first ? firstDifference(against.first, goTo) : "",
       qav.html("h3", null, "The other stream"),
       qav.html("div", { class: "fact-groups" }, qav.factGroups(against.head, against.stream.frames)),

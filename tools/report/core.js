@@ -19,14 +19,17 @@ const qav = {};
   qav.html = (name, attributes, ...children) => fill(document.createElement(name), attributes, children);
   qav.svg = (name, attributes, ...children) => fill(document.createElementNS(SVG, name), attributes, children);
 
+  const grouped = (digits) => (digits.length > 4 ? digits.replace(/\B(?=(\d{3})+$)/g, "\u202f") : digits);
+
   /** 1234567.8 as "1 234 567.8", the blanks narrow and not to be broken. */
   qav.number = (value, digits = 0) => {
     if (!Number.isFinite(value)) return "–";
     const [whole, part] = Math.abs(value).toFixed(digits).split(".");
-    const grouped = whole.length > 4 ? whole.replace(/\B(?=(\d{3})+$)/g, "\u202f") : whole;
     const minus = value < 0 && Number(value.toFixed(digits)) !== 0 ? "−" : "";
-    return minus + grouped + (part ? "." + part : "");
+    return minus + grouped(whole) + (part ? "." + part : "");
   };
+  /** A text whose numbers are counts, these as above. */
+  qav.counts = (text) => text.replace(/\d+/g, grouped);
   qav.decibel = (value, digits = 1) => (Number.isFinite(value) ? qav.number(value, digits) + " dB" : "–");
   qav.count = (number, one, many = one + "s") => qav.number(number) + " " + (number === 1 ? one : many);
 

@@ -15,7 +15,7 @@
   }
 
   const paddingText = ({ padded, frames, pattern }) =>
-    padded ? `${number(padded)} of ${count(frames, "frame")}: ${pattern}` : "none";
+    padded ? `${number(padded)} of ${count(frames, "frame")}: ${qav.counts(pattern)}` : "none";
 
   function unusedText({ bits, meanBits, share, zero, nonZeroFrames, constantByte }) {
     if (!bits) return "none";
@@ -132,7 +132,7 @@
           }),
           qav.svg("path", { class: "seal-sign", d: good ? "M-5 0-1.5 4 5-4" : "M0-4V3M0 6.2V6.8" }),
         ),
-        head.verdictText,
+        qav.counts(head.verdictText),
       ),
       qav.html("div", { class: "fact-groups" }, qav.factGroups(head, stream.frames)),
       report.range.whole
