@@ -119,7 +119,7 @@ int Joiner::add(Job &job) {
       require(frame);
       write(frame);
     });
-  } catch (const Failure &) {
+  } catch (...) {  // for want of memory too: what there is then is not all of the input
     out_.reset();
     throw;
   }

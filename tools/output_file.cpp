@@ -129,24 +129,22 @@ void OutputFile::openTarget(const std::string &name, bool overwrite) {
     if (!overwrite) failExists(name_);
     mode = status.st_mode & 07777;
   }
-  const std::string target = canonical(name);  // what a symbolic link points at is replaced, not the link
-  claim(name_, target);
-  for (;;) {
-    const std::string candidate = temporaryName(target);
-    registerTemporary(candidate);
-    fd_ = open(candidate.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, mode);
-    if (fd_ >= 0) {
-      temporary_ = candidate;
-      break;
+  target_ = canonical(name);  // what a symbolic link points at is replaced, not the link
+  claim(name_, target_);
+  // Once the file is there nothing may fail any more, for want of memory neither: nobody would remove it.
+  do {
+    temporary_ = temporaryName(target_);
+    registerTemporary(temporary_);
+    fd_ = open(temporary_.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, mode);
+    if (fd_ < 0) {
+      const int error = errno;
+      unregisterTemporary(temporary_);
+      if (error == EEXIST || error == EINTR) continue;
+      unclaim(target_);
+      failWrite(name_, error);
     }
-    const int error = errno;
-    unregisterTemporary(candidate);
-    if (error == EEXIST || error == EINTR) continue;
-    unclaim(target);
-    failWrite(name_, error);
-  }
+  } while (fd_ < 0);
   if (exists) static_cast<void>(fchmod(fd_, mode));
-  target_ = target;
   owned_ = canPatch_ = mayPass_ = true;
 }
 

@@ -45,8 +45,9 @@ void SoxrConverter::process(const double *in, size_t frames, std::vector<double>
     const size_t before = out.size();
     out.resize(before + kBlockFrames * channels_);
     size_t used = 0, made = 0;
-    soxr_process(soxr_, in ? in + taken * channels_ : nullptr, frames - taken, &used, out.data() + before, kBlockFrames,
-                 &made);
+    if (soxr_process(soxr_, in ? in + taken * channels_ : nullptr, frames - taken, &used, out.data() + before,
+                     kBlockFrames, &made))
+      throw std::bad_alloc();
     out.resize(before + made * channels_);
     taken += used;
     if (made < kBlockFrames && taken == frames) return;

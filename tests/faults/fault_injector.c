@@ -5,12 +5,14 @@
  *                counts those calls from 1, * is each of them. FAULT is the name of an error, or `short`: only a part of
  *                what was asked for is done; `slow`: the call takes 20 ms longer; `full`: the temporary file is on a drive
  *                without room; `ahead`, `back`: the clock leaps by hours at every look.
+ *   QAV_FAULT_MEMORY   N: the Nth allocation of the C library's fails, counted from 1; N-: and all after it.
  *   QAV_FAULT_COUNTS   a file to which, at the end, "CALL NUMBER" lines are written: how often each was called.
  */
 #define _GNU_SOURCE
 #include <dlfcn.h>
 #include <errno.h>
 #include <fcntl.h>
+#include <limits.h>
 #include <stdarg.h>
 #include <stdatomic.h>
 #include <stdio.h>
@@ -33,6 +35,18 @@ static const struct {
 } kErrors[] = {{"EIO", EIO},       {"EINTR", EINTR},   {"ENOSPC", ENOSPC}, {"EAGAIN", EAGAIN},
                {"EPIPE", EPIPE},   {"ENOENT", ENOENT}, {"EACCES", EACCES}, {"EMFILE", EMFILE},
                {"EDQUOT", EDQUOT}, {"EROFS", EROFS},   {"EINVAL", EINVAL}};
+
+static atomic_long allocations;
+static atomic_long firstRefused, lastRefused; /* 0: none */
+
+__attribute__((constructor)) static void readMemoryFault(void) {
+  const char *const given = getenv("QAV_FAULT_MEMORY");
+  if (given == NULL) return;
+  char *end;
+  const long n = strtol(given, &end, 10);
+  atomic_store(&lastRefused, *end == '-' ? LONG_MAX : n);
+  atomic_store(&firstRefused, n);
+}
 
 enum { kNone = 0, kShort = -1, kAhead = -2, kBack = -3, kFull = -4 }; /* or an error's number */
 
@@ -80,6 +94,7 @@ __attribute__((destructor)) static void writeCounts(void) {
   if (name == NULL) return;
   FILE *const f = fopen(name, "w");
   if (f == NULL) return;
+  fprintf(f, "memory %ld\n", atomic_load(&allocations));
   for (int i = 0; i < kCalls; ++i) fprintf(f, "%s %d\n", kNames[i], atomic_load(&counts[i]));
   fclose(f);
 }
@@ -189,3 +204,21 @@ int clock_gettime(clockid_t clock, struct timespec *time) {
   if (fault == kBack) time->tv_sec -= 3600 * hours;
   return result;
 }
+
+#ifdef QAV_FAULT_ALLOCATIONS
+/* Under these names glibc has them too, for those who come before it; dlsym() may allocate itself. */
+void *__libc_malloc(size_t bytes);
+void *__libc_calloc(size_t n, size_t bytes);
+void *__libc_realloc(void *memory, size_t bytes);
+
+static int refused(void) {
+  const long n = atomic_fetch_add(&allocations, 1) + 1, first = atomic_load(&firstRefused);
+  if (first == 0 || n < first || n > atomic_load(&lastRefused)) return 0;
+  errno = ENOMEM;
+  return 1;
+}
+
+void *malloc(size_t bytes) { return refused() ? NULL : __libc_malloc(bytes); }
+void *calloc(size_t n, size_t bytes) { return refused() ? NULL : __libc_calloc(n, bytes); }
+void *realloc(void *memory, size_t bytes) { return refused() ? NULL : __libc_realloc(memory, bytes); }
+#endif

@@ -49,15 +49,17 @@ def wav(seconds, hz=44100, channels=2, seed=1):
     return header + bytes(samples)
 
 
-def run(arguments, folder, faults=None, counts=None, **more):
+def run(arguments, folder, faults=None, counts=None, memory=None, **more):
     environment = dict(os.environ, QAV_FAULT_FOLDER=str(folder), LC_ALL="C")
-    if faults or counts:
+    if faults or counts or memory:
         environment["LD_PRELOAD"] = options.injector
         environment["ASAN_OPTIONS"] = "verify_asan_link_order=0"  # the injector comes before its runtime, and may
     if faults:
         environment["QAV_FAULTS"] = faults
     if counts:
         environment["QAV_FAULT_COUNTS"] = str(counts)
+    if memory:
+        environment["QAV_FAULT_MEMORY"] = memory
     return subprocess.run([options.qav, *map(str, arguments)], env=environment, capture_output=True, timeout=60, **more)
 
 
@@ -108,6 +110,50 @@ def check_faults(name, arguments, source, suffix):
             for n in range(1, min(int(number[call]), 20) + 1):
                 attempt(f"{call}:{n}:EINTR", True)
         print(f"{name}: {', '.join(f'{n} {call}' for call, n in number.items())} calls, each made to fail")
+
+
+def check_memory(name, arguments, source, suffix):
+    """An allocation fails, and then all after it too: the first ones, the last ones, and some between."""
+    if SANITIZED:
+        return
+    with tempfile.TemporaryDirectory() as place:
+        folder = pathlib.Path(place).resolve()
+        shutil.copy(source, folder / source.name)
+        target = folder / ("out" + suffix)
+        job = [arguments[0], folder / source.name, *arguments[1:], "-j", "1", "-o", target]
+        counts = folder / "counts"
+        expect(run(job, folder, counts=counts).returncode == 0, f"{name} works")
+        good = target.read_bytes()
+        target.unlink()
+        all_of_them = int(dict(line.split() for line in counts.read_text().splitlines())["memory"])
+        expect(all_of_them > 100, f"{name} allocates: {all_of_them}")
+        edge = 6 * options.rounds
+        chance = random.Random(options.seed)
+        between = chance.sample(range(edge, all_of_them - edge), min(edge, all_of_them - 2 * edge))
+        statuses = []
+        for n in [*range(1, edge), *sorted(between), *range(all_of_them - edge, all_of_them + 1)]:
+            for memory in (f"{n}", f"{n}-"):
+                result = run(job, folder, memory=memory)
+                what = f"{name} without allocation {memory}: status {result.returncode}, {result.stderr!r}"
+                statuses.append(result.returncode)
+                if result.returncode == 0:
+                    expect(target.read_bytes() == good, what)
+                    target.unlink()
+                    continue
+                # Where there is no memory for an exception either, the language ends the program; before it begins, the
+                # linker does. The library that converts rates uses memory that it was not given, that of JSON frees it.
+                ends = {2, -signal.SIGABRT, 127} | ({-signal.SIGSEGV} if name in ("resample", "inspect") else set())
+                expect(result.returncode in ends, what)
+                # Whole, where memory was missing for saying so only.
+                expect(not target.exists() or target.read_bytes() == good, what + ", and a wrong output is there")
+                target.unlink(missing_ok=True)
+                if result.returncode == 2:
+                    expect(result.stderr.count(b"\n") == 1 and result.stderr.startswith(b"qav: "), what)
+                    expect(not leftovers(folder), what + f", and {leftovers(folder)} are left")
+                for left in folder.glob("*.tmp"):
+                    left.unlink()
+        print(f"{name}: {len(statuses)} ways to be without memory, of {all_of_them} allocations; "
+              + ", ".join(f"{statuses.count(s)} ended by {s}" for s in sorted(set(statuses))))
 
 
 def check_long_output(mp2):
@@ -366,6 +412,12 @@ with tempfile.TemporaryDirectory() as place:
     wrapped = pathlib.Path(place) / "wrapped.wav"
     expect(run(["wrap", mp2, "-o", wrapped], place).returncode == 0, "wrap works")
     check_faults("unwrap", ["unwrap"], wrapped, ".mp2")
+    for name, arguments, file, suffix in [("encode", ["encode"], source, ".mp2"), ("decode", ["decode"], mp2, ".wav"),
+                                          ("resample", ["resample", "-r", "48000"], source, ".wav"),
+                                          ("join", ["join", "-q"], mp2, ".mp2"), ("wrap", ["wrap"], mp2, ".wav"),
+                                          ("inspect", ["inspect"], mp2, ".html"),
+                                          ("unwrap", ["unwrap"], wrapped, ".mp2")]:
+        check_memory(name, arguments, file, suffix)
     check_set_aside(source, wrapped)
     check_clock(source)
     check_reports(mp2)
