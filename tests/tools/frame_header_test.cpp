@@ -9,7 +9,8 @@ namespace {
 
 // The same parser over and over says what one says that has read nothing before.
 TEST(HeaderParser, WhatItHasReadBeforeDoesNotMatter) {
-  std::mt19937 random(1);
+  std::mt19937 generator(1);
+  const auto random = [&] { return static_cast<uint32_t>(generator()); };
   HeaderParser parser;
   size_t headers = 0;
   uint32_t word = 0;
