@@ -125,7 +125,7 @@ int encodeOne(Job &job, const EncodeOptions &options, const std::string &outputN
                                       verifier ? &*verifier : nullptr, explainer ? &*explainer : nullptr);
   const std::string remark = out.finish(result.samples, options.bextLoudness ? input.loudness() : nullptr);
   if (!remark.empty()) job.complainAbout(outputName, {{}, remark, {}});
-  if (explainer) explainer->finish(outputName);
+  if (explainer) explainer->finish(outputName, out.size());
   const int status = input.finish();
 
   if (job.wantsObject()) {

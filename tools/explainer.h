@@ -18,8 +18,9 @@ class Explainer {
   // The 1152 sample frames that were encoded, and the frame, which stands at `offset` of the output.
   void add(const int16_t *samples, const uint8_t *frame, uint32_t frameBytes, uint64_t offset);
 
-  // After the last frame: writes the report about the stream, which is called `file`.
-  void finish(const std::string &file);
+  // After the last frame: writes the report about the stream, which is called `file` and has so many bytes with what is
+  // around it.
+  void finish(const std::string &file, uint64_t bytes);
 
  private:
   OutputFile page_;

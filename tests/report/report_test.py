@@ -431,6 +431,17 @@ class Page(ReportTest):
                 box = self.box("#lane-map-bits canvas")
                 self.assertGreater(box["width"], width * 0.45)
 
+    def test_texts_of_charts_are_as_large_as_those_of_the_page(self):
+        self.open(STEREO)
+        script = "return [...document.querySelectorAll('svg.chart')].map((c) => [c.viewBox.baseVal.width, c.clientWidth])"
+        for width in (1280, 400):
+            self.screen(width, 900)
+            self.settle()
+            charts = self.run_script(script)
+            self.assertGreater(len(charts), 8)
+            for drawn, shown in charts:
+                self.assertAlmostEqual(drawn, shown, delta=1, msg=width)
+
     def test_light_and_dark(self):
         seen = {}
         for scheme in ("light", "dark"):

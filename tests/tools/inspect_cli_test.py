@@ -432,6 +432,14 @@ class Explain(InspectTest):
         self.good("encode", "--raw", "s16le,44100,2", "x.s16", "--explain", "why.html", *arguments)
         return json.loads(Scripts(self.get("why.html").decode()).data)
 
+    def is_what_inspecting_says(self, report, name):
+        """But for the model."""
+        self.good("inspect", name, "-o", "inspected.html")
+        inspected = json.loads(Scripts(self.get("inspected.html").decode()).data)
+        for part in ("stream", "head", "range", "findings", "columns", "wave", "tables"):
+            self.assertEqual(report[part], inspected[part], part)
+        return inspected
+
     def test_the_stream_is_the_one_that_is_written(self):
         report = self.explain(data("enc_stereo_44k_192_crc.s16"))
         stream = self.get("x.mp2")
@@ -439,17 +447,17 @@ class Explain(InspectTest):
         self.assertEqual((report["model"]["kind"], report["stream"]["file"]), ("true", "x.mp2"))
         self.good("encode", "--raw", "s16le,44100,2", "x.s16", "-o", "plain.mp2")
         self.assertEqual(self.get("plain.mp2"), stream)
-        # But for the model, it is what inspecting says.
-        self.good("inspect", "x.mp2")
-        inspected = json.loads(Scripts(self.get("x.html").decode()).data)
-        for part in ("stream", "head", "range", "findings", "columns", "wave", "tables"):
-            self.assertEqual(report[part], inspected[part], part)
+        inspected = self.is_what_inspecting_says(report, "x.mp2")
         for lane, values in inspected["lanes"].items():
             self.assertTrue(lane in ("smrMax", "nmrMax", "nmrOver") or report["lanes"][lane] == values, lane)
 
-    def test_offsets_in_a_wave_file_are_its_own(self):
+    def test_a_wave_file_around_the_stream(self):
         report = self.explain(data("enc_stereo_44k_192_crc.s16"), "--wrap", "-o", "x.wav")
         wave = self.get("x.wav")
+        self.assertEqual(report["stream"]["container"], "wav")
+        self.assertEqual([chunk["kind"] for chunk in report["head"]["chunks"]], ["RIFF/WAVE head"])
+        self.assertEqual(report["head"]["bytes"], len(wave))
+        self.is_what_inspecting_says(report, "x.wav")
         self.assertGreater(report["details"]["count"], 2)
         first, second = report["details"]["offset"][:2]
         self.assertEqual(wave[first:second], base64.b64decode(report["details"]["data"])[: second - first])

@@ -1,30 +1,56 @@
 "use strict";
 // Charts in SVG for the distributions: bars, stacks, and squares for how often a pair occurs.
 (() => {
-  const [WIDTH, HEIGHT, LEFT, FOOT, TOP] = [420, 190, 40, 30, 8];
+  const [WIDTH, HEIGHT, LEFT, RIGHT, FOOT, TOP] = [420, 190, 40, 6, 30, 8];
+  const [DIGIT, MARGIN] = [7, 12]; // of the texts at the left
 
-  /** A drawing area with both axes; xs and ys are lists of {at: 0..1, text}. */
+  // Charts are drawn as wide as they are shown, so that their texts are as large as those of the page; on paper, whose
+  // width nobody tells beforehand, of one width.
+  const drawings = new WeakMap();
+  const shown = new ResizeObserver((entries) => {
+    for (const { target, contentRect } of entries) {
+      if (contentRect.width) drawings.get(target)(Math.round(contentRect.width));
+    }
+  });
+  const drawAll = (widthOf) => {
+    for (const chart of document.querySelectorAll("svg.chart")) drawings.get(chart)(widthOf(chart) || WIDTH);
+  };
+  addEventListener("beforeprint", () => drawAll(() => WIDTH));
+  addEventListener("afterprint", () => drawAll((chart) => Math.round(chart.clientWidth)));
+
+  /** A drawing area with both axes; xs and ys are lists of {at: 0..1, text}. Each mark gets the two scales. */
   function frame({ xs, ys, xName, yName, describe, height = HEIGHT }, ...marks) {
-    const x = (at) => LEFT + at * (WIDTH - LEFT - 6);
+    const left = Math.max(LEFT, MARGIN + DIGIT * Math.max(...ys.map(({ text }) => text.length)));
     const y = (at) => height - FOOT - at * (height - FOOT - TOP);
-    return qav.svg(
-      "svg",
-      { viewBox: `0 0 ${WIDTH} ${height}`, role: "img", "aria-label": describe, class: "chart" },
-      ys.map(({ at, text }) =>
-        qav.svg(
-          "g",
-          { class: "tick" },
-          qav.svg("line", { x1: LEFT, x2: WIDTH - 6, y1: y(at), y2: y(at) }),
-          qav.svg("text", { x: LEFT - 5, y: y(at), dy: "0.32em", "text-anchor": "end" }, text),
+    const chart = qav.svg("svg", { role: "img", "aria-label": describe, class: "chart", height });
+
+    function draw(width) {
+      const right = width - RIGHT;
+      const x = (at) => left + at * (right - left);
+      chart.setAttribute("viewBox", `0 0 ${width} ${height}`);
+      chart.replaceChildren(
+        ...ys.map(({ at, text }) =>
+          qav.svg(
+            "g",
+            { class: "tick" },
+            qav.svg("line", { x1: left, x2: right, y1: y(at), y2: y(at) }),
+            qav.svg("text", { x: left - 5, y: y(at), dy: "0.32em", "text-anchor": "end" }, text),
+          ),
         ),
-      ),
-      xs.map(({ at, text }) =>
-        qav.svg("text", { class: "band", x: x(at), y: height - FOOT + 13, "text-anchor": "middle" }, text),
-      ),
-      marks.flat().map((mark) => mark(x, y)),
-      qav.svg("text", { class: "axis-name", x: WIDTH - 6, y: height - 4, "text-anchor": "end" }, xName),
-      qav.svg("text", { class: "axis-name", x: 2, y: height - 4 }, "↑ " + yName),
-    );
+        ...xs.map(({ at, text }) => {
+          const anchor = at === 1 ? "end" : "middle"; // a number in the middle of the last place would be cut off
+          return qav.svg("text", { class: "band", x: x(at), y: height - FOOT + 13, "text-anchor": anchor }, text);
+        }),
+        ...marks.flat().map((mark) => mark(x, y)),
+        qav.svg("text", { class: "axis-name", x: right, y: height - 4, "text-anchor": "end" }, xName),
+        qav.svg("text", { class: "axis-name", x: 2, y: height - 4 }, "↑ " + yName),
+      );
+    }
+
+    draw(WIDTH);
+    drawings.set(chart, draw);
+    shown.observe(chart);
+    return chart;
   }
 
   const rect = (x0, y0, x1, y1, attributes) => (x, y) =>

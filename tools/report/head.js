@@ -24,7 +24,7 @@
       : constantByte !== null
         ? `all 0x${constantByte.toString(16).padStart(2, "0")}`
         : `not zero in ${count(nonZeroFrames, "frame")}`;
-    return `${number(meanBits, 1)} a frame, ${number(100 * share, 1)} % of all bits; ${content}`;
+    return `${number(meanBits, 1)} a frame, ${number(100 * share, 1)}\u00a0% of all bits; ${content}`;
   }
 
   function flagsText(header, frames) {

@@ -156,7 +156,7 @@
         { class: "dump wrap", id: "ancillary" },
         [...whole].map((byte) => byte.toString(16).padStart(2, "0")).join(" "),
       ),
-      qav.html("p", { class: "dump wrap" }, [...whole].map(printable).join("")),
+      qav.html("p", { class: "dump wrap text" }, [...whole].map(printable).join("")),
     );
   };
 })();
