@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstring>
 #include <new>
+#include <utility>
 
 #include "tools/layer2_encoder.h"
 
@@ -40,14 +41,6 @@ std::array<float, 32> bitsOfBands(const NEB_InspectFrame &f, unsigned channel) {
   return bits;
 }
 
-// Signal to quantisation noise in dB of what a Layer II frame codes in a subband (ISO/IEC 11172-3 Table C.5).
-float quantiserSnrDb(const NEB_InspectFrame &fields, unsigned channel, unsigned subband) {
-  static constexpr float kSnrDb[17] = {7.0f,   11.0f,  16.0f,  20.84f, 25.28f, 31.59f, 37.75f, 43.84f, 49.89f,
-                                       55.93f, 61.96f, 67.98f, 74.01f, 80.03f, 86.05f, 92.01f, 98.01f};
-  const unsigned index = fields.allocation[channel][subband];
-  return index == 0 ? 0.0f : kSnrDb[fields.header.allocTable[subband][index].quant];
-}
-
 }  // namespace
 
 bool hasMaskingModel(const FrameHeader &header) { return header.version == 1 && header.layer == 2; }
@@ -78,15 +71,24 @@ void MaskingModel::analyse(InspectedFrame &frame, const int16_t *original) {
 void MaskingModel::analyseChannel(InspectedFrame &frame, unsigned channel, const int16_t *samples, bool isOriginal) {
   auto &smrDb = frame.smrDb[channel], &nmrDb = frame.nmrDb[channel];
   neb_psycho_anal(samples, channel, smrDb.data(), state_.get());
-  nmrDb.fill(kNoLevel);
+  const auto &allocation = frame.fields.allocation[channel];
+  const auto &snrDb = quantiserSnrDb(frame.fields.header.allocTable);
   const auto subbands = static_cast<unsigned>(frame.fields.header.sblimit);
   for (unsigned sb = 0; sb < 32; ++sb) {
-    if (!(smrDb[sb] > kSilenceDb))
-      smrDb[sb] = kNoLevel;
-    else if (sb < subbands && (isOriginal || frame.fields.allocation[channel][sb] != 0))
-      nmrDb[sb] = smrDb[sb] - quantiserSnrDb(frame.fields, channel, sb);
+    if (!(smrDb[sb] > kSilenceDb)) smrDb[sb] = kNoLevel;
+    const bool isKnown = sb < subbands && (isOriginal || allocation[sb] != 0);
+    nmrDb[sb] = isKnown ? smrDb[sb] - snrDb[sb][allocation[sb]] : kNoLevel;
   }
   frame.hasModel = true;
+}
+
+const MaskingModel::SnrDb &MaskingModel::quantiserSnrDb(const AllocEntry (*table)[16]) {
+  static constexpr float kSnrDb[17] = {7.0f,   11.0f,  16.0f,  20.84f, 25.28f, 31.59f, 37.75f, 43.84f, 49.89f,
+                                       55.93f, 61.96f, 67.98f, 74.01f, 80.03f, 86.05f, 92.01f, 98.01f};
+  if (std::exchange(table_, table) != table)
+    for (size_t sb = 0; sb < snrDb_.size(); ++sb)
+      for (size_t index = 1; index < snrDb_[sb].size(); ++index) snrDb_[sb][index] = kSnrDb[table[sb][index].quant];
+  return snrDb_;
 }
 
 void readFrame(FrameDecoder &decoder, const FrameEvent &event, InspectedFrame &frame) {

@@ -75,12 +75,18 @@ class MaskingModel {
   void analyse(InspectedFrame &frame, const int16_t *original);
 
  private:
+  using SnrDb = std::array<std::array<float, 16>, 32>;
+
   void analyseChannel(InspectedFrame &frame, unsigned channel, const int16_t *samples, bool isOriginal);
+  // Signal to quantisation noise of what a frame codes, by subband and allocation (ISO/IEC 11172-3 Table C.5).
+  const SnrDb &quantiserSnrDb(const AllocEntry (*table)[16]);
 
   struct Free {
     void operator()(PsychoState *state) const { std::free(state); }
   };
   std::unique_ptr<PsychoState, Free> state_;
+  const AllocEntry (*table_)[16] = nullptr;  // of the frame before, to which this belongs
+  SnrDb snrDb_{};
 };
 
 // Whether there is a model for a format.

@@ -94,8 +94,9 @@ void LoudnessMeter::separate(const double *samples, size_t frames, float *const 
 }
 
 Loudness LoudnessMeter::finish() {
+  const float *const lines[] = {weighting_.end(0), weighting_.end(channels_ - 1)};
+  peak_.finish(lines);
   weighting_.finish();
-  peak_.finish();
   return {.integratedLufs = blocks_.integratedLufs(),
           .rangeLu = blocks_.rangeLu(),
           .truePeakDbtp = 20.0 * std::log10(peak_.peak()),

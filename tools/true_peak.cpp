@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstring>
 #include <numbers>
+#include <vector>
 
 namespace qav::tool {
 
@@ -134,34 +135,32 @@ PeakFilter peakFilterFor(uint32_t freqHz) {
 TruePeak::TruePeak(uint32_t freqHz, unsigned channels, VectorLevel level)
     : filter_(peakFilterFor(freqHz)),
       interpolates_(freqHz < 192000),
-      greatestOf_(greatestFor(level)),
-      lines_(channels, std::vector<float>(kBefore + kBlock + kBehind)) {}
+      channels_(channels),
+      greatestOf_(greatestFor(level)) {}
 
-void TruePeak::add(const float *const *lines, size_t frames) {
-  for (size_t done = 0; done < frames;) {
-    const size_t n = std::min(frames - done, lines_[0].size() - filled_);
-    for (size_t c = 0; c < lines_.size(); ++c) std::copy_n(lines[c] + done, n, lines_[c].data() + filled_);
-    done += n;
-    filled_ += n;
-    if (filled_ == lines_[0].size()) look();
+void TruePeak::add(const float *const *ends, size_t frames) {
+  pending_ += frames;
+  if (pending_ < kGroup + kBehind) return;
+  const size_t count = (pending_ - kBehind) / kGroup * kGroup;
+  for (unsigned c = 0; c < channels_; ++c) look(ends[c] + frames - pending_, count);
+  pending_ -= count;
+}
+
+void TruePeak::finish(const float *const *ends) {
+  // What is pending, and the silence behind that still depends on it.
+  const size_t count = (pending_ + kBehind + kGroup - 1) / kGroup * kGroup;
+  std::vector<float> line(kBefore + count + kBehind);
+  for (unsigned c = 0; c < channels_; ++c) {
+    std::copy_n(ends[c] - pending_ - kBefore, kBefore + pending_, line.begin());
+    look(line.data() + kBefore, count);
   }
 }
 
-void TruePeak::look() {
-  for (std::vector<float> &line : lines_) {
-    if (interpolates_)
-      peak_ = greatestOf_(filter_, line.data() + kBefore, kBlock, peak_);
-    else
-      for (size_t i = kBefore; i < kBefore + kBlock; ++i) peak_ = std::max(peak_, std::fabs(line[i]));
-    std::copy(line.end() - kBefore - kBehind, line.end(), line.begin());
-  }
-  filled_ = kBefore + kBehind;
-}
-
-void TruePeak::finish() {
-  const std::vector<float> silence(kBlock + kBehind);
-  const float *const lines[] = {silence.data(), silence.data()};
-  add(lines, silence.size());
+void TruePeak::look(const float *samples, size_t count) {
+  if (interpolates_)
+    peak_ = greatestOf_(filter_, samples, count, peak_);
+  else
+    for (size_t i = 0; i < count; ++i) peak_ = std::max(peak_, std::fabs(samples[i]));
 }
 
 }  // namespace qav::tool

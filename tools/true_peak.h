@@ -3,7 +3,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <vector>
 
 #include "tools/vector_level.h"
 
@@ -26,29 +25,30 @@ class TruePeak {
  public:
   TruePeak(uint32_t freqHz, unsigned channels, VectorLevel level = widestVectors());
 
-  void add(const float *const *lines, size_t frames);  // a line of samples for each channel
-  void finish();                                       // silence follows
+  // `frames` samples have been put behind the ends of the channels' lines. The kHistory samples before the ends are still
+  // there; before the first ones, silence.
+  void add(const float *const *ends, size_t frames);
+  void finish(const float *const *ends);  // silence follows
 
   double peak() const { return static_cast<double>(peak_); }  // of the louder channel; 1 is full scale
 
-  static constexpr size_t kGroup = 32;  // samples that are looked at together, or passed over
+  static constexpr size_t kGroup = 32;                       // samples that are looked at together, or passed over
+  static constexpr size_t kBefore = PeakFilter::kMostPairs;  // samples that a place depends on
+  static constexpr size_t kBehind = PeakFilter::kMostPairs;
+  static constexpr size_t kHistory = kBefore + kGroup + kBehind;
 
   // The greatest magnitude at and behind `count` samples, whole groups, if it is greater than `peak`; otherwise `peak`.
   // Samples before and behind them are read.
   using GreatestOf = float (*)(const PeakFilter &filter, const float *samples, size_t count, float peak);
 
  private:
-  static constexpr size_t kBefore = PeakFilter::kMostPairs;  // samples that a place depends on
-  static constexpr size_t kBehind = PeakFilter::kMostPairs;
-  static constexpr size_t kBlock = 32 * kGroup;
-
-  void look();
+  void look(const float *samples, size_t count);
 
   PeakFilter filter_;
   bool interpolates_;
+  unsigned channels_;
   GreatestOf greatestOf_;
-  std::vector<std::vector<float>> lines_;  // by channel: samples before, the block, samples behind
-  size_t filled_ = kBefore;
+  size_t pending_ = 0;  // samples at the ends that have not been looked at
   float peak_ = 0.0f;
 };
 

@@ -20,14 +20,17 @@ double measured(const std::vector<float> &samples, uint32_t freqHz, unsigned cha
                 VectorLevel level = widestVectors()) {
   TruePeak peak(freqHz, channels, level);
   const size_t frames = samples.size() / channels;
-  for (size_t at = 0; at < frames; at += block) {
-    std::vector<float> lines[2];
-    for (size_t i = at; i < std::min(at + block, frames); ++i)
-      for (unsigned c = 0; c < channels; ++c) lines[c].push_back(samples[i * channels + c]);
-    const float *const starts[] = {lines[0].data(), lines[1].data()};
-    peak.add(starts, lines[0].size());
-  }
-  peak.finish();
+  std::vector<float> lines[2];
+  for (std::vector<float> &line : lines) line.resize(TruePeak::kHistory);
+  for (size_t i = 0; i < samples.size(); ++i) lines[i % channels].push_back(samples[i]);
+  const auto put = [&](size_t at, auto what) {
+    const float *const ends[] = {lines[0].data() + TruePeak::kHistory + at,
+                                 lines[channels - 1].data() + TruePeak::kHistory + at};
+    what(ends);
+  };
+  for (size_t at = 0; at < frames; at += block)
+    put(at, [&](const float *const *ends) { peak.add(ends, std::min(block, frames - at)); });
+  put(frames, [&](const float *const *ends) { peak.finish(ends); });
   return peak.peak();
 }
 
