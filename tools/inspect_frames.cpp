@@ -55,9 +55,12 @@ MaskingModel::MaskingModel(uint32_t freqHz) {
 
 void MaskingModel::estimate(InspectedFrame &frame, const InspectedFrame *next) {
   for (unsigned c = 0; c < frame.header.channels; ++c) {
-    std::array<int16_t, QAV_SAMPLES_PER_FRAME> original{};
+    std::array<int16_t, QAV_SAMPLES_PER_FRAME> original;
     const auto nextFrame = std::copy(frame.samples[c].begin() + kCodecDelay, frame.samples[c].end(), original.begin());
-    if (next) std::copy_n(next->samples[c].begin(), kCodecDelay, nextFrame);
+    if (next)
+      std::copy_n(next->samples[c].begin(), kCodecDelay, nextFrame);
+    else
+      std::fill(nextFrame, original.end(), int16_t{0});
     analyseChannel(frame, c, original.data(), false);
   }
 }
