@@ -76,10 +76,13 @@ void II_place_samples(const BitReader &bits, uint32_t start, const SideInfo &sid
 }
 
 void readCodeWords(BitReader &bits, uint32_t start, FrameCodes &codes) {
-  bits.announce(start + kGranules * codes.granuleBits);
-  for (int32_t i = 0; i < codes.wordCount; ++i)
-    for (int32_t g = 0; g < kGranules; ++g)
-      codes.words[i][g] = bits.wordAt(start + uint32_t(g) * codes.granuleBits + codes.wordBit[i]);
+  const uint32_t granuleBits = codes.granuleBits;
+  const int32_t wordCount = codes.wordCount;
+  bits.announce(start + kGranules * granuleBits);
+  for (int32_t i = 0; i < wordCount; ++i) {
+    const uint32_t first = start + codes.wordBit[i];
+    for (int32_t g = 0; g < kGranules; ++g) codes.words[i][g] = bits.wordAt(first + uint32_t(g) * granuleBits);
+  }
 }
 
 void I_buffer_sample(BitReader &bits, uint32_t start, const SideInfo &side, const FrameParams &frame,
