@@ -9,7 +9,6 @@ namespace {
 // A frame is one byte longer when the bytes that the frames so far have fallen short add up to one. The accumulator's
 // bits decide, so its arithmetic may not be rearranged.
 void choosePadding(EncoderSession &s) {
-  if (s.fracSlots == 0.0) return;
   if (s.slotLag > s.fracSlots - 1.0) {
     s.frame.padding = 0;
     s.slotLag -= s.fracSlots;

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
 
 #include "encoder/encoder.h"
 #include "format/frame_header.h"
@@ -11,11 +12,8 @@
 namespace qav {
 namespace {
 
-// Bitrates in kbit/s by layer - 1 and bitrate index.
-constexpr uint32_t bitrate[2][15] = {
-    {0, 32, 64, 96, 128, 160, 192, 224, 256, 288, 320, 352, 384, 416, 448},
-    {0, 32, 48, 56, 64, 80, 96, 112, 128, 160, 192, 224, 256, 320, 384},
-};
+// Bitrates of Layer II in kbit/s by bitrate index.
+constexpr uint32_t bitrate[15] = {0, 32, 48, 56, 64, 80, 96, 112, 128, 160, 192, 224, 256, 320, 384};
 
 constexpr int32_t kNotFound = -1;
 
@@ -28,10 +26,9 @@ int32_t samplingIndexOf(uint32_t hz) {
   }
 }
 
-int32_t bitrateIndexOf(int32_t layer, uint32_t kbps) {
-  const uint32_t *const row = bitrate[layer - 1];
-  const uint32_t *const found = std::find(row, row + 15, kbps);
-  return found == row + 15 ? kNotFound : int32_t(found - row);
+int32_t bitrateIndexOf(uint32_t kbps) {
+  const uint32_t *const found = std::find(std::begin(bitrate), std::end(bitrate), kbps);
+  return found == std::end(bitrate) ? kNotFound : int32_t(found - bitrate);
 }
 
 constexpr uint32_t kDefaultOptions[5] = {0, 0, 0, 1, 0};
@@ -51,7 +48,7 @@ uint32_t initEncoder(EncoderSession **session, uint32_t samplingRateHz, uint32_t
   frame.freqHz = int32_t(samplingRateHz);
   frame.samplingIndex = samplingIndexOf(samplingRateHz);
   if (frame.samplingIndex == kNotFound) return QAV_ENCODE_BAD_RATE;
-  frame.bitrateIndex = bitrateIndexOf(frame.layer, bitrateKbps);
+  frame.bitrateIndex = bitrateIndexOf(bitrateKbps);
   if (frame.bitrateIndex == kNotFound) return QAV_ENCODE_BAD_BITRATE;
   frame.kbps = int32_t(bitrateKbps);
   frame.channels = int32_t(channels);
