@@ -51,6 +51,11 @@ using test::Items;
 using test::noise;
 using test::testData;
 
+class AllocFailure : public testing::Test {
+ protected:
+  void TearDown() override { heap = Heap{}; }  // what comes at the program's end needs memory: the notes of coverage
+};
+
 struct Conversion {
   const char *name;
   Items items;
@@ -130,7 +135,7 @@ bool live(const Conversion &c, int failing, bool goOn) {
   return failed;
 }
 
-TEST(AllocFailure, EveryAllocationOfEveryConversion) {
+TEST_F(AllocFailure, EveryAllocationOfEveryConversion) {
   for (const Conversion &c : kConversions)
     for (const bool goOn : {false, true}) {
       int failing = 1;
@@ -139,7 +144,7 @@ TEST(AllocFailure, EveryAllocationOfEveryConversion) {
     }
 }
 
-TEST(AllocFailure, DetectingAgainWithoutReleaseLosesNothing) {
+TEST_F(AllocFailure, DetectingAgainWithoutReleaseLosesNothing) {
   for (const Conversion &c : kConversions)
     for (int failing = 2;; ++failing) {
       SCOPED_TRACE(std::string(c.name) + ", allocation " + std::to_string(failing));
@@ -159,7 +164,7 @@ TEST(AllocFailure, DetectingAgainWithoutReleaseLosesNothing) {
     }
 }
 
-TEST(AllocFailure, ItemsAreRefusedOnceAnEncoderExists) {
+TEST_F(AllocFailure, ItemsAreRefusedOnceAnEncoderExists) {
   // The queue is the last thing that encoding at the input's rate builds.
   int last = 0;
   {
@@ -176,7 +181,7 @@ TEST(AllocFailure, ItemsAreRefusedOnceAnEncoderExists) {
   EXPECT_EQ(QAV_setConfigure(h.get(), QAV_ITEM_KBPS, 192), QAV_OK);
 }
 
-TEST(AllocFailure, SizesDoNotWrap) {
+TEST_F(AllocFailure, SizesDoNotWrap) {
   struct Case {
     Items items;
     uint64_t bytes;  // of the block that matters, without its header
@@ -203,7 +208,7 @@ TEST(AllocFailure, SizesDoNotWrap) {
   }
 }
 
-TEST(AllocFailure, NoBytesAreNeverAskedFor) {
+TEST_F(AllocFailure, NoBytesAreNeverAskedFor) {
   heap = Heap{};
   const test::HandlePtr h = test::makeHandle({{13, 1}});
   EXPECT_EQ(QAV_detectConfigure(h.get()), QAV_OK) << "an area for blocks of no bytes";
@@ -295,7 +300,7 @@ const Family kFamilies[] = {
      [](void *s) { __wrap_free(s); }},
 };
 
-TEST(AllocFailure, EveryAllocationOfEveryOtherFamily) {
+TEST_F(AllocFailure, EveryAllocationOfEveryOtherFamily) {
   for (const Family &family : kFamilies) {
     int failing = 1;
     for (;; ++failing) {
