@@ -244,8 +244,11 @@ const Family kFamilies[] = {
      [](void *f) { NEB_bufferingTerm(static_cast<ByteFifo *>(f)); }},
     {"rates",
      [](void *&s) {
-       return makes<FreqChangeState>(
-           s, [](FreqChangeState **out) { return NEB_freqChangeInit(out, 44100, 48000, 2, 0) == 0; });
+       return makes<FreqChangeState>(s, [](FreqChangeState **out) {
+         const int32_t result = NEB_freqChangeInit(out, 44100, 48000, 2, 0);
+         EXPECT_EQ(result, *out == nullptr ? 1 : 0);
+         return result == 0;
+       });
      },
      [](void *s) {
        const std::vector<int16_t> in(200, 1);
