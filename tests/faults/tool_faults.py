@@ -67,20 +67,25 @@ def leftovers(folder):
     return sorted(p.name for p in folder.rglob("*") if p.name.endswith(".tmp"))
 
 
+def undisturbed(folder, name, arguments, source, suffix):
+    """A job that reads a copy of `source` and writes one file; that file, what it is to hold, and the number of its calls."""
+    shutil.copy(source, folder / source.name)
+    target = folder / ("out" + suffix)
+    job = [arguments[0], folder / source.name, *arguments[1:], "-j", "1", "-o", target]
+    counts = folder / "counts"
+    result = run(job, folder, counts=counts)
+    expect(result.returncode == 0, f"{name} works: {result.stderr.decode()}")
+    good = target.read_bytes()
+    target.unlink()
+    return job, target, good, {call: int(n) for call, n in (line.split() for line in counts.read_text().splitlines())}
+
+
 def check_faults(name, arguments, source, suffix):
     """Every call of a job that reads `source` and writes one file goes wrong in turn."""
     with tempfile.TemporaryDirectory() as place:
         folder = pathlib.Path(place).resolve()
-        shutil.copy(source, folder / source.name)
-        target = folder / ("out" + suffix)
-        job = [arguments[0], folder / source.name, *arguments[1:], "-j", "1", "-o", target]
-        counts = folder / "counts"
-        result = run(job, folder, counts=counts)
-        expect(result.returncode == 0, f"{name} works: {result.stderr.decode()}")
-        good = target.read_bytes()
-        target.unlink()
-        number = dict(line.split() for line in counts.read_text().splitlines())
-        expect(int(number["read"]) > 1 and int(number["write"]) > 0, f"{name} is watched: {number}")
+        job, target, good, number = undisturbed(folder, name, arguments, source, suffix)
+        expect(number["read"] > 1 and number["write"] > 0, f"{name} is watched: {number}")
 
         def attempt(fault, harmless):
             result = run(job, folder, fault)
@@ -96,18 +101,18 @@ def check_faults(name, arguments, source, suffix):
 
         for call, faults in {"open": ["EACCES", "EMFILE"], "read": ["EIO"], "write": ["ENOSPC", "EIO", "EDQUOT"],
                              "close": [], "rename": ["ENOENT", "EROFS"]}.items():
-            for n in range(1, min(int(number[call]), 60) + 1):
+            for n in range(1, min(number[call], 60) + 1):
                 for fault in faults:
                     attempt(f"{call}:{n}:{fault}", False)
         # A close that fails after writing: the data may not have arrived.
-        closed = [run(job, folder, f"close:{n}:EIO") for n in range(1, int(number["close"]) + 1)]
+        closed = [run(job, folder, f"close:{n}:EIO") for n in range(1, number["close"] + 1)]
         for result in closed:
             expect(result.returncode in (0, 2), f"{name} when a close fails: {result}")
         expect(any(r.returncode == 2 for r in closed), f"{name} notices that the output's close fails")
         target.unlink(missing_ok=True)
         for call in ("read", "write"):
             attempt(f"{call}:*:short", True)
-            for n in range(1, min(int(number[call]), 20) + 1):
+            for n in range(1, min(number[call], 20) + 1):
                 attempt(f"{call}:{n}:EINTR", True)
         print(f"{name}: {', '.join(f'{n} {call}' for call, n in number.items())} calls, each made to fail")
 
@@ -118,14 +123,8 @@ def check_memory(name, arguments, source, suffix):
         return
     with tempfile.TemporaryDirectory() as place:
         folder = pathlib.Path(place).resolve()
-        shutil.copy(source, folder / source.name)
-        target = folder / ("out" + suffix)
-        job = [arguments[0], folder / source.name, *arguments[1:], "-j", "1", "-o", target]
-        counts = folder / "counts"
-        expect(run(job, folder, counts=counts).returncode == 0, f"{name} works")
-        good = target.read_bytes()
-        target.unlink()
-        all_of_them = int(dict(line.split() for line in counts.read_text().splitlines())["memory"])
+        job, target, good, number = undisturbed(folder, name, arguments, source, suffix)
+        all_of_them = number["memory"]
         expect(all_of_them > 100, f"{name} allocates: {all_of_them}")
         edge = 6 * options.rounds
         chance = random.Random(options.seed)
