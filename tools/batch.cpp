@@ -35,6 +35,7 @@ void reportFailure(Job &job, const Failure &failure) {
 
 Progress::Style styleFor(const CommonOptions &options) {
   if (options.progressJson) return Progress::Style::json;
+  // NOLINTNEXTLINE(concurrency-mt-unsafe): no other thread has begun, and none changes the environment
   const char *const terminal = std::getenv("TERM");
   const bool canDraw = isatty(STDERR_FILENO) && terminal && std::string_view(terminal) != "dumb";
   return canDraw && !options.quiet ? Progress::Style::bar : Progress::Style::none;
@@ -181,7 +182,7 @@ int runJobs(const CommonOptions &options, const std::function<int(Job &)> &work)
   worker(0);
   for (std::thread &thread : others) thread.join();
   if (stopped) progress.close();
-  if (broken) throw broken->failure;
+  if (broken) throw Failure(std::move(broken->failure));
   if (stopped) {
     endInterrupted();
   }

@@ -11,7 +11,7 @@ void EncodedOutput::write(const uint8_t *frame, uint32_t bytes) {
 }
 
 std::string EncodedOutput::finish(uint64_t samples, const Loudness *loudness) {
-  const std::string remark = wave_ ? wave_->finish(samples, loudness) : std::string();
+  std::string remark = wave_ ? wave_->finish(samples, loudness) : std::string();
   file_.commit();
   return remark;
 }

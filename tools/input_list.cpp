@@ -46,6 +46,7 @@ class Walk {
       return;
     }
     std::vector<std::string> files, folders;
+    // NOLINTNEXTLINE(concurrency-mt-unsafe): each folder that is open is read by one thread alone
     while (const dirent *const entry = readdir(folder.get())) {
       const std::string name = entry->d_name;
       if (name == "." || name == "..") continue;

@@ -156,22 +156,19 @@ InspectAgainst::Column &InspectAgainst::columnOf(const InspectedFrame &frame) {
   return columns_[index];
 }
 
-bool InspectAgainst::isInRange(const InspectedFrame *a, const InspectedFrame *b) const {
-  if (a) return range_.holds(*a);
-  const double frameSeconds = static_cast<double>(b->header.frameSamples) / b->header.freqHz;
-  return range_.holds(*b, b->place.seconds + static_cast<double>(shift_) * frameSeconds);
-}
-
 void InspectAgainst::add(const InspectedFrame *a, const InspectedFrame *b) {
   if (b) headB_.add(*b);
-  if (!isInRange(a, b)) return;
-  if (!b) {
-    ++onlyInA_;
-    columnOf(*a);
-  } else if (!a) {
-    ++onlyInB_;
-  } else {
-    compare(*a, *b);
+  if (a) {
+    if (!range_.holds(*a)) return;
+    if (b) {
+      compare(*a, *b);
+    } else {
+      ++onlyInA_;
+      columnOf(*a);
+    }
+  } else if (b) {
+    const double frameSeconds = static_cast<double>(b->header.frameSamples) / b->header.freqHz;
+    if (range_.holds(*b, b->place.seconds + static_cast<double>(shift_) * frameSeconds)) ++onlyInB_;
   }
 }
 

@@ -64,8 +64,6 @@ class InspectAgainst {
   Column &columnOf(const InspectedFrame &frame);
   void fold(size_t columns);
 
-  bool isInRange(const InspectedFrame *a, const InspectedFrame *b) const;
-
   InspectRange range_;
   int64_t shift_;
   InspectHead headB_;

@@ -141,7 +141,7 @@ int Joiner::add(Job &job) {
 void Joiner::commit(int status) {
   if (out_) out_->commit();
   // Nothing has been written; if what was wrong had mended itself meanwhile, nobody would have been told.
-  if (!out_ && early_ && status != kUnusable) throw *early_;
+  if (!out_ && early_ && status != kUnusable) throw Failure(std::move(*early_));
 }
 
 }  // namespace

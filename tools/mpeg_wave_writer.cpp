@@ -48,7 +48,7 @@ void MpegWaveWriter::writeHead() {
 }
 
 std::string MpegWaveWriter::finish(uint64_t samples, const Loudness *loudness) {
-  const std::string remark = riff_->finish(samples);
+  std::string remark = riff_->finish(samples);
   if (!out_.canPatch()) return remark;
   const auto format = format_.content();
   out_.patch(formatOffset_, format.data(), format.size());
