@@ -61,6 +61,8 @@ TEST(ExactMath, ExponentialAndLogarithmStayWithinFourUlps) {
 TEST(ExactMath, EndsOfTheRange) {
   EXPECT_EQ(exactExp(-1000.0), 0.0);
   EXPECT_EQ(exactExp(1000.0), std::ldexp(1.0, 1023));
+  EXPECT_LE(ulps(expl(-708.0L), exactExp(-708.0), expl(-708.0L)), 4.0);
+  EXPECT_LE(ulps(expl(709.0L), exactExp(709.0), expl(709.0L)), 4.0);
   EXPECT_NEAR(exactLog(FLT_MIN), std::log(double(FLT_MIN)), 1e-13);
   EXPECT_NEAR(exactLog(DBL_MIN), std::log(DBL_MIN), 1e-12);
 }
