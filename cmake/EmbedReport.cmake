@@ -52,5 +52,5 @@ endfunction()
 make_literal("${before}" before)
 make_literal("${behind}" behind)
 file(WRITE ${OUTPUT}
-     "#include \"tools/inspect_page.h\"\n\nnamespace qav::tool {\n\nextern const std::string_view reportPageBefore =\n${before}"
+     "#include \"tools/inspect/inspect_page.h\"\n\nnamespace qav::tool {\n\nextern const std::string_view reportPageBefore =\n${before}"
      "    ;\nextern const std::string_view reportPageBehind =\n${behind}    ;\n\n}  // namespace qav::tool\n")

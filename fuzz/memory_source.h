@@ -4,7 +4,7 @@
 #include <cstring>
 
 #include "fuzz/fuzz.h"
-#include "tools/byte_source.h"
+#include "tools/io/byte_source.h"
 
 namespace qav::fuzz {
 

@@ -1,15 +1,15 @@
 // The tool's own readers of PCM, WAV files and bare samples, on any bytes: the same samples however the input is cut,
 // none but those that can be there, values in range, and a failure with a message at worst.
-#include "tools/pcm_reader.h"
+#include "tools/pcm/pcm_reader.h"
 
 #include <cmath>
 #include <string>
 
 #include "fuzz/fuzz.h"
 #include "fuzz/memory_source.h"
-#include "tools/sample_format.h"
-#include "tools/stored_pcm.h"
-#include "tools/wav_reader.h"
+#include "tools/pcm/sample_format.h"
+#include "tools/pcm/stored_pcm.h"
+#include "tools/pcm/wav_reader.h"
 
 using namespace qav::fuzz;
 using namespace qav::tool;

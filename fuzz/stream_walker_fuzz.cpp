@@ -1,12 +1,12 @@
 // The tool's stream walker on any bytes: the same events however the input is cut, every byte accounted for once, frames
 // that are what they are said to be, and no more steps than bytes.
-#include "tools/stream_walker.h"
+#include "tools/stream/stream_walker.h"
 
 #include <string>
 
 #include "fuzz/fuzz.h"
 #include "fuzz/memory_source.h"
-#include "tools/stream_report.h"
+#include "tools/stream/stream_report.h"
 
 using namespace qav::fuzz;
 using namespace qav::tool;

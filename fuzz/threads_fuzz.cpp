@@ -4,9 +4,9 @@
 
 #include "fuzz/fuzz.h"
 #include "tests/support/memory_file.h"
-#include "tools/failure.h"
-#include "tools/stream_decoder.h"
-#include "tools/stretch_encoder.h"
+#include "tools/io/failure.h"
+#include "tools/threads/stream_decoder.h"
+#include "tools/threads/stretch_encoder.h"
 
 using namespace qav::fuzz;
 using namespace qav::tool;

@@ -1,15 +1,15 @@
 // qav check: whether streams are whole, and what is wrong with them.
 #include <fmt/format.h>
 
-#include "tools/batch.h"
-#include "tools/command_line.h"
-#include "tools/message.h"
-#include "tools/mpeg_input.h"
-#include "tools/pcm_target.h"
-#include "tools/stream_decoder.h"
-#include "tools/stream_report.h"
-#include "tools/stretch_joiner.h"
+#include "tools/cli/batch.h"
+#include "tools/cli/command_line.h"
+#include "tools/io/message.h"
+#include "tools/pcm/pcm_target.h"
+#include "tools/stream/mpeg_input.h"
+#include "tools/stream/stream_report.h"
 #include "tools/subcommands.h"
+#include "tools/threads/stream_decoder.h"
+#include "tools/threads/stretch_joiner.h"
 
 namespace qav::tool {
 

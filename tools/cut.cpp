@@ -4,16 +4,16 @@
 #include <algorithm>
 #include <limits>
 
-#include "tools/batch.h"
-#include "tools/command_line.h"
+#include "tools/cli/batch.h"
+#include "tools/cli/command_line.h"
+#include "tools/cli/output_names.h"
+#include "tools/cli/time_argument.h"
 #include "tools/frame_copy.h"
-#include "tools/message.h"
-#include "tools/mpeg_input.h"
-#include "tools/output_file.h"
-#include "tools/output_names.h"
-#include "tools/stream_report.h"
+#include "tools/io/message.h"
+#include "tools/io/output_file.h"
+#include "tools/stream/mpeg_input.h"
+#include "tools/stream/stream_report.h"
 #include "tools/subcommands.h"
-#include "tools/time_argument.h"
 
 namespace qav::tool {
 

@@ -3,19 +3,19 @@
 
 #include <memory>
 
-#include "tools/batch.h"
-#include "tools/codec_delay.h"
-#include "tools/command_line.h"
-#include "tools/kept_chunks.h"
-#include "tools/message.h"
-#include "tools/mpeg_input.h"
-#include "tools/output_names.h"
-#include "tools/pcm_target.h"
-#include "tools/stream_decoder.h"
-#include "tools/stream_report.h"
-#include "tools/stretch_joiner.h"
+#include "tools/cli/batch.h"
+#include "tools/cli/command_line.h"
+#include "tools/cli/output_names.h"
+#include "tools/io/message.h"
+#include "tools/pcm/codec_delay.h"
+#include "tools/pcm/pcm_target.h"
+#include "tools/pcm/trimmed_target.h"
+#include "tools/riff/kept_chunks.h"
+#include "tools/stream/mpeg_input.h"
+#include "tools/stream/stream_report.h"
 #include "tools/subcommands.h"
-#include "tools/trimmed_target.h"
+#include "tools/threads/stream_decoder.h"
+#include "tools/threads/stretch_joiner.h"
 
 namespace qav::tool {
 

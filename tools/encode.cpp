@@ -7,16 +7,16 @@
 #include <optional>
 #include <vector>
 
-#include "tools/encoded_output.h"
-#include "tools/explainer.h"
-#include "tools/layer2_encoder.h"
-#include "tools/layer2_format.h"
-#include "tools/message.h"
-#include "tools/output_names.h"
+#include "tools/cli/output_names.h"
+#include "tools/inspect/explainer.h"
+#include "tools/io/message.h"
+#include "tools/pcm/layer2_encoder.h"
+#include "tools/pcm/layer2_format.h"
+#include "tools/pcm/verifier.h"
 #include "tools/pcm_options.h"
-#include "tools/stretch_encoder.h"
+#include "tools/stream/encoded_output.h"
 #include "tools/subcommands.h"
-#include "tools/verifier.h"
+#include "tools/threads/stretch_encoder.h"
 
 namespace qav::tool {
 

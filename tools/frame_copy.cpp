@@ -6,7 +6,7 @@
 #include <string_view>
 #include <vector>
 
-#include "tools/message.h"
+#include "tools/io/message.h"
 
 namespace qav::tool {
 

@@ -3,10 +3,10 @@
 
 #include <functional>
 
-#include "tools/batch.h"
-#include "tools/command_line.h"
-#include "tools/mpeg_input.h"
-#include "tools/stream_report.h"
+#include "tools/cli/batch.h"
+#include "tools/cli/command_line.h"
+#include "tools/stream/mpeg_input.h"
+#include "tools/stream/stream_report.h"
 
 namespace qav::tool {
 

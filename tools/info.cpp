@@ -1,11 +1,11 @@
 // qav info: what is in a stream, without decoding it.
 #include <fmt/format.h>
 
-#include "tools/batch.h"
-#include "tools/command_line.h"
-#include "tools/message.h"
-#include "tools/mpeg_input.h"
-#include "tools/stream_report.h"
+#include "tools/cli/batch.h"
+#include "tools/cli/command_line.h"
+#include "tools/io/message.h"
+#include "tools/stream/mpeg_input.h"
+#include "tools/stream/stream_report.h"
 #include "tools/subcommands.h"
 
 namespace qav::tool {

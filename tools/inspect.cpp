@@ -6,19 +6,19 @@
 #include <string>
 #include <vector>
 
-#include "tools/batch.h"
-#include "tools/command_line.h"
-#include "tools/frame_reader.h"
-#include "tools/frame_shift.h"
-#include "tools/inspect_against.h"
-#include "tools/inspect_csv.h"
-#include "tools/inspect_page.h"
-#include "tools/inspect_report.h"
-#include "tools/message.h"
-#include "tools/output_file.h"
-#include "tools/output_names.h"
+#include "tools/cli/batch.h"
+#include "tools/cli/command_line.h"
+#include "tools/cli/output_names.h"
+#include "tools/cli/time_argument.h"
+#include "tools/inspect/frame_reader.h"
+#include "tools/inspect/inspect_against.h"
+#include "tools/inspect/inspect_csv.h"
+#include "tools/inspect/inspect_page.h"
+#include "tools/inspect/inspect_report.h"
+#include "tools/io/message.h"
+#include "tools/io/output_file.h"
+#include "tools/stream/frame_shift.h"
 #include "tools/subcommands.h"
-#include "tools/time_argument.h"
 
 namespace qav::tool {
 

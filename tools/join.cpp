@@ -4,14 +4,14 @@
 
 #include <optional>
 
-#include "tools/batch.h"
-#include "tools/command_line.h"
+#include "tools/cli/batch.h"
+#include "tools/cli/command_line.h"
+#include "tools/cli/output_names.h"
 #include "tools/frame_copy.h"
-#include "tools/message.h"
-#include "tools/mpeg_input.h"
-#include "tools/output_file.h"
-#include "tools/output_names.h"
-#include "tools/stream_report.h"
+#include "tools/io/message.h"
+#include "tools/io/output_file.h"
+#include "tools/stream/mpeg_input.h"
+#include "tools/stream/stream_report.h"
 #include "tools/subcommands.h"
 
 namespace qav::tool {

@@ -9,12 +9,12 @@
 #include <string>
 #include <vector>
 
-#include "tools/command_line.h"
-#include "tools/failure.h"
-#include "tools/interrupt.h"
-#include "tools/message.h"
-#include "tools/nearest.h"
-#include "tools/option_list.h"
+#include "tools/cli/command_line.h"
+#include "tools/cli/nearest.h"
+#include "tools/cli/option_list.h"
+#include "tools/io/failure.h"
+#include "tools/io/interrupt.h"
+#include "tools/io/message.h"
 
 namespace qav::tool {
 

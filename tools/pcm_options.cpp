@@ -4,8 +4,8 @@
 
 #include <cmath>
 
-#include "tools/failure.h"
-#include "tools/message.h"
+#include "tools/io/failure.h"
+#include "tools/io/message.h"
 
 namespace qav::tool {
 

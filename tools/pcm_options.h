@@ -4,10 +4,10 @@
 #include <optional>
 #include <string>
 
-#include "tools/batch.h"
-#include "tools/command_line.h"
-#include "tools/pcm_pipeline.h"
-#include "tools/pcm_reader.h"
+#include "tools/cli/batch.h"
+#include "tools/cli/command_line.h"
+#include "tools/pcm/pcm_pipeline.h"
+#include "tools/pcm/pcm_reader.h"
 
 namespace qav::tool {
 

@@ -3,12 +3,12 @@
 
 #include <array>
 
-#include "tools/message.h"
-#include "tools/output_file.h"
-#include "tools/output_names.h"
+#include "tools/cli/output_names.h"
+#include "tools/io/message.h"
+#include "tools/io/output_file.h"
 #include "tools/pcm_options.h"
+#include "tools/riff/wav_writer.h"
 #include "tools/subcommands.h"
-#include "tools/wav_writer.h"
 
 namespace qav::tool {
 

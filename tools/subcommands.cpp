@@ -1,6 +1,6 @@
 #include "tools/subcommands.h"
 
-#include "tools/command_line.h"
+#include "tools/cli/command_line.h"
 
 namespace qav::tool {
 

@@ -13,8 +13,8 @@
 #include "include/qav.h"
 #include "tests/endurance/expect.h"
 #include "tests/support/memory_file.h"
-#include "tools/failure.h"
-#include "tools/stream_decoder.h"
+#include "tools/io/failure.h"
+#include "tools/threads/stream_decoder.h"
 
 namespace {
 

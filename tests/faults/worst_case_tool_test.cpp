@@ -12,12 +12,12 @@
 #include <string>
 #include <vector>
 
-#include "tools/failure.h"
-#include "tools/kept_chunks.h"
-#include "tools/riff.h"
-#include "tools/stream_report.h"
-#include "tools/stream_walker.h"
-#include "tools/wav_reader.h"
+#include "tools/io/failure.h"
+#include "tools/pcm/wav_reader.h"
+#include "tools/riff/kept_chunks.h"
+#include "tools/riff/riff.h"
+#include "tools/stream/stream_report.h"
+#include "tools/stream/stream_walker.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "tools/batch.h"
+#include "tools/cli/batch.h"
 
 #include <gtest/gtest.h>
 

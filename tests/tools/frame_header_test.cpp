@@ -1,4 +1,4 @@
-#include "tools/frame_header.h"
+#include "tools/stream/frame_header.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "tools/k_weighting.h"
+#include "tools/loudness/k_weighting.h"
 
 #include <gtest/gtest.h>
 

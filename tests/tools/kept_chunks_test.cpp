@@ -1,11 +1,11 @@
-#include "tools/kept_chunks.h"
+#include "tools/riff/kept_chunks.h"
 
 #include <gtest/gtest.h>
 
 #include "tests/tools/scratch_folder.h"
 #include "tests/tools/synthetic_stream.h"
-#include "tools/riff.h"
-#include "tools/spill_buffer.h"
+#include "tools/io/spill_buffer.h"
+#include "tools/riff/riff.h"
 
 namespace qav::tool {
 namespace {

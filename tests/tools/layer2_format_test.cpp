@@ -1,4 +1,4 @@
-#include "tools/layer2_format.h"
+#include "tools/pcm/layer2_format.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -6,7 +6,7 @@
 
 #include <functional>
 
-#include "tools/layer2_encoder.h"
+#include "tools/pcm/layer2_encoder.h"
 
 namespace qav::tool {
 namespace {

@@ -4,7 +4,7 @@
 #include <vector>
 
 #include "tests/support/random.h"
-#include "tools/vector_level.h"
+#include "tools/loudness/vector_level.h"
 
 namespace qav::tool {
 

@@ -1,4 +1,4 @@
-#include "tools/loudness.h"
+#include "tools/loudness/loudness.h"
 
 #include <ebur128.h>
 #include <gtest/gtest.h>

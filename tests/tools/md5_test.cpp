@@ -1,4 +1,4 @@
-#include "tools/md5.h"
+#include "tools/io/md5.h"
 
 #include <gtest/gtest.h>
 

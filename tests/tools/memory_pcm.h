@@ -4,7 +4,7 @@
 #include <algorithm>
 #include <vector>
 
-#include "tools/pcm_reader.h"
+#include "tools/pcm/pcm_reader.h"
 
 namespace qav::tool {
 

@@ -1,4 +1,4 @@
-#include "tools/message.h"
+#include "tools/io/message.h"
 
 #include <gtest/gtest.h>
 

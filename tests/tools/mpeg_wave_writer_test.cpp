@@ -1,4 +1,4 @@
-#include "tools/mpeg_wave_writer.h"
+#include "tools/stream/mpeg_wave_writer.h"
 
 #include <gtest/gtest.h>
 
@@ -6,8 +6,8 @@
 
 #include "tests/tools/scratch_folder.h"
 #include "tests/tools/synthetic_stream.h"
-#include "tools/failure.h"
-#include "tools/mpeg_wave_format.h"
+#include "tools/io/failure.h"
+#include "tools/stream/mpeg_wave_format.h"
 
 namespace qav::tool {
 namespace {

@@ -1,4 +1,4 @@
-#include "tools/ordered_work.h"
+#include "tools/threads/ordered_work.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-#include "tools/output_file.h"
+#include "tools/io/output_file.h"
 
 #include <gtest/gtest.h>
 #include <sys/resource.h>
@@ -9,8 +9,8 @@
 #include <string>
 
 #include "tests/tools/scratch_folder.h"
-#include "tools/failure.h"
-#include "tools/interrupt.h"
+#include "tools/io/failure.h"
+#include "tools/io/interrupt.h"
 
 namespace qav::tool {
 namespace {

@@ -1,11 +1,11 @@
-#include "tools/output_names.h"
+#include "tools/cli/output_names.h"
 
 #include <gtest/gtest.h>
 
 #include <filesystem>
 
 #include "tests/tools/scratch_folder.h"
-#include "tools/failure.h"
+#include "tools/io/failure.h"
 
 namespace qav::tool {
 namespace {

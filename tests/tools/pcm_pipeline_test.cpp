@@ -1,4 +1,4 @@
-#include "tools/pcm_pipeline.h"
+#include "tools/pcm/pcm_pipeline.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

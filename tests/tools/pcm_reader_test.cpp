@@ -1,4 +1,4 @@
-#include "tools/pcm_reader.h"
+#include "tools/pcm/pcm_reader.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -13,7 +13,7 @@
 
 #include "tests/tools/riff_file.h"
 #include "tests/tools/scratch_folder.h"
-#include "tools/byte_source.h"
+#include "tools/io/byte_source.h"
 
 namespace qav::tool {
 namespace {

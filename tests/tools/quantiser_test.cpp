@@ -1,4 +1,4 @@
-#include "tools/quantiser.h"
+#include "tools/pcm/quantiser.h"
 
 #include <gtest/gtest.h>
 

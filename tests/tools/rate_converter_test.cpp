@@ -1,4 +1,4 @@
-#include "tools/rate_converter.h"
+#include "tools/pcm/rate_converter.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "tools/stage_line.h"
+#include "tools/threads/stage_line.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

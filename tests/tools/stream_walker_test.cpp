@@ -1,4 +1,4 @@
-#include "tools/stream_walker.h"
+#include "tools/stream/stream_walker.h"
 
 #include <fmt/format.h>
 #include <gmock/gmock.h>

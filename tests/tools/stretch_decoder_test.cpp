@@ -1,4 +1,4 @@
-#include "tools/stretch_decoder.h"
+#include "tools/threads/stretch_decoder.h"
 
 #include <fmt/format.h>
 #include <gtest/gtest.h>
@@ -10,9 +10,9 @@
 
 #include "tests/tools/scratch_folder.h"
 #include "tests/tools/synthetic_stream.h"
-#include "tools/failure.h"
-#include "tools/md5.h"
-#include "tools/stream_decoder.h"
+#include "tools/io/failure.h"
+#include "tools/io/md5.h"
+#include "tools/threads/stream_decoder.h"
 
 namespace qav::tool {
 namespace {

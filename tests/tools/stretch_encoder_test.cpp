@@ -1,4 +1,4 @@
-#include "tools/stretch_encoder.h"
+#include "tools/threads/stretch_encoder.h"
 
 #include <gtest/gtest.h>
 
@@ -10,8 +10,8 @@
 #include <string>
 #include <vector>
 
-#include "tools/layer2_encoder.h"
-#include "tools/ordered_work.h"
+#include "tools/pcm/layer2_encoder.h"
+#include "tools/threads/ordered_work.h"
 
 namespace qav::tool {
 namespace {

@@ -6,7 +6,7 @@
 #include <functional>
 #include <string>
 
-#include "tools/byte_source.h"
+#include "tools/io/byte_source.h"
 
 namespace qav::tool {
 

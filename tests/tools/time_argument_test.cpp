@@ -1,8 +1,8 @@
-#include "tools/time_argument.h"
+#include "tools/cli/time_argument.h"
 
 #include <gtest/gtest.h>
 
-#include "tools/failure.h"
+#include "tools/io/failure.h"
 
 namespace qav::tool {
 namespace {

@@ -1,4 +1,4 @@
-#include "tools/trimmed_target.h"
+#include "tools/pcm/trimmed_target.h"
 
 #include <gtest/gtest.h>
 

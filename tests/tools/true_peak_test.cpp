@@ -1,4 +1,4 @@
-#include "tools/true_peak.h"
+#include "tools/loudness/true_peak.h"
 
 #include <gtest/gtest.h>
 

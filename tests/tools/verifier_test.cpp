@@ -1,12 +1,12 @@
-#include "tools/verifier.h"
+#include "tools/pcm/verifier.h"
 
 #include <gtest/gtest.h>
 
 #include <cmath>
 #include <random>
 
-#include "tools/failure.h"
-#include "tools/layer2_encoder.h"
+#include "tools/io/failure.h"
+#include "tools/pcm/layer2_encoder.h"
 
 namespace qav::tool {
 namespace {

@@ -1,4 +1,4 @@
-#include "tools/wav_writer.h"
+#include "tools/riff/wav_writer.h"
 
 #include <gtest/gtest.h>
 
@@ -6,7 +6,7 @@
 #include <fstream>
 
 #include "tests/tools/scratch_folder.h"
-#include "tools/little_endian.h"
+#include "tools/io/little_endian.h"
 
 namespace qav::tool {
 namespace {

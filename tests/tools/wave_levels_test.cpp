@@ -1,4 +1,4 @@
-#include "tools/wave_levels.h"
+#include "tools/loudness/wave_levels.h"
 
 #include <gtest/gtest.h>
 
