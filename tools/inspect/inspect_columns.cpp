@@ -186,9 +186,7 @@ Json InspectColumns::lane(uint64_t endFrame, const ArrayWriter &array, const Arr
 }
 
 template <typename T, typename Value>
-Json InspectColumns::channelLane(uint64_t endFrame, const ArrayWriter &array, const ArrayCoding &coding, size_t points,
-                                 Value value) const {
-  const size_t count = grid_->count(endFrame);
+std::vector<T> InspectColumns::ofChannels(size_t count, const ArrayCoding &coding, size_t points, Value value) const {
   std::vector<T> raw;
   raw.reserve(channels_ * count * points);
   for (size_t c = 0; c < channels_; ++c)
@@ -197,21 +195,20 @@ Json InspectColumns::channelLane(uint64_t endFrame, const ArrayWriter &array, co
         const Column &column = i < columns_.size() ? columns_[i] : empty_;
         raw.push_back(coded<T>(value(column, column.channel[c], p), coding));
       }
-  return array({channels_, count * points}, raw, coding);
+  return raw;
+}
+
+template <typename T, typename Value>
+Json InspectColumns::channelLane(uint64_t endFrame, const ArrayWriter &array, const ArrayCoding &coding, size_t points,
+                                 Value value) const {
+  const size_t count = grid_->count(endFrame);
+  return array({channels_, count * points}, ofChannels<T>(count, coding, points, value), coding);
 }
 
 template <typename T, typename Value>
 Json InspectColumns::map(uint64_t endFrame, const ArrayWriter &array, const ArrayCoding &coding, Value value) const {
   const size_t count = grid_->count(endFrame);
-  std::vector<T> raw;
-  raw.reserve(channels_ * count * subbands_);
-  for (size_t c = 0; c < channels_; ++c)
-    for (size_t i = 0; i < count; ++i)
-      for (size_t sb = 0; sb < subbands_; ++sb) {
-        const Column &column = i < columns_.size() ? columns_[i] : empty_;
-        raw.push_back(coded<T>(value(column, column.channel[c], sb), coding));
-      }
-  return array({channels_, count, subbands_}, raw, coding);
+  return array({channels_, count, subbands_}, ofChannels<T>(count, coding, subbands_, value), coding);
 }
 
 Json InspectColumns::wave(uint64_t endFrame, const ArrayWriter &array) const {

@@ -81,6 +81,9 @@ class InspectColumns {
   static void addModel(Column &column, const InspectedFrame &frame);
   template <typename T, typename Value>
   Json lane(uint64_t endFrame, const ArrayWriter &array, const ArrayCoding &coding, Value value) const;
+  // For each channel and column, one value after another: what `value` makes of each of so many points.
+  template <typename T, typename Value>
+  std::vector<T> ofChannels(size_t count, const ArrayCoding &coding, size_t points, Value value) const;
   template <typename T, typename Value>
   Json channelLane(uint64_t endFrame, const ArrayWriter &array, const ArrayCoding &coding, size_t points,
                    Value value) const;
